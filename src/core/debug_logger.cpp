@@ -1,0 +1,100 @@
+#include "core/debug_logger.h"
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+
+#include "core/utils.h"
+#include "platform/env.h"
+
+namespace PIM {
+
+namespace {
+
+const char* const kWeekdays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
+const char* const kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                               "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+
+// The C runtime's 24-character local-time text, "Wed Mar 05 14:02:11 2025",
+// with the day zero-filled as the Windows runtime writes it.
+std::string timeText(const SystemTime& t) {
+  char buffer[32];
+  std::snprintf(buffer, sizeof buffer, "%s %s %02u %02u:%02u:%02u %04u", kWeekdays[t.dayOfWeek % 7],
+                kMonths[(t.month + 11) % 12], unsigned(t.day), unsigned(t.hour), unsigned(t.minute),
+                unsigned(t.second), unsigned(t.year));
+  return buffer;
+}
+
+std::u16string parentFolder(const std::u16string& path) {
+  PIM_ENTRY("PIM::DebugLogger::parentFolder");
+  auto cut = path.find_last_of(u"/\\");
+  if (cut == std::u16string::npos) {
+    PIM_ASSERT(false);
+    return {};
+  }
+  return path.substr(0, cut);
+}
+
+}  // namespace
+
+DebugLogger& DebugLogger::instance() {
+  static DebugLogger logger;
+  return logger;
+}
+
+void writeLogHeader(std::ostream& out, const char* file, int line, const char* function) {
+  out << file << "(" << line << ") : " << function << "() >";
+}
+
+std::string DebugLogger::timePrefix() {
+  SystemTime now = env()->localTimeNow();
+  std::string text = timeText(now);
+  char prefix[26];
+  std::snprintf(prefix, sizeof prefix, "[%.15s.%03hu] ", text.c_str() + 4, now.milliseconds);
+  return prefix;
+}
+
+void DebugLogger::start() {
+  std::u16string folder = getLogsFolder();
+  if (folder.empty()) {
+    PIM_ENTRY("PIM::DebugLogger::start");
+    std::u16string exe = env()->hostExecutablePath();
+    PIM_ASSERT(!exe.empty());
+    folder = parentFolder(exe);
+  }
+  std::u16string path = folder + kPathSeparator + u"CVTK_DBG.log";
+  auto stream = std::make_unique<std::ofstream>(std::filesystem::path(path), std::ios::app);
+  {
+    EntryGuard guard(&lock_);
+    stream_ = std::move(stream);
+    path_ = stream_->good() ? path : std::u16string();
+  }
+  write("-----------------");
+  write(" Logging Started");
+  write("-----------------");
+}
+
+void DebugLogger::stop() {
+  EntryGuard guard(&lock_);
+  stream_.reset();
+  path_.clear();
+}
+
+std::u16string DebugLogger::path() const {
+  EntryGuard guard(&lock_);
+  return path_;
+}
+
+void DebugLogger::redirectForTesting(std::ostream* sink) {
+  EntryGuard guard(&lock_);
+  sink_ = sink;
+}
+
+void DebugLogger::write(const std::string& line) {
+  EntryGuard guard(&lock_);
+  std::ostream* out = sink_ ? sink_ : stream_.get();
+  if (!out) return;
+  *out << timePrefix() << line << std::endl;
+}
+
+}  // namespace PIM

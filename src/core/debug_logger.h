@@ -1,0 +1,88 @@
+// The diagnostic log, "CVTK_DBG.log" in the logs folder: one append-only file
+// of whole lines, each with a local-time prefix, flushed line by line so that
+// it is complete when the process dies.
+//
+//   PIM_ENTRY("PIM::getDataFolder");
+//   PIM_LOG_ERR("Could not create path: " << toUtf8(path));
+//
+// writes "[Mar 05 14:02:11.042] src/core/utils.cpp(617) : PIM::getDataFolder()
+// > ERR> Could not create path: ..." (one line). UTF-16 values go through
+// toUtf8. PIM_ASSERT logs "Assertion failed" and carries on.
+#pragma once
+
+#include <memory>
+#include <ostream>
+#include <sstream>
+#include <string>
+
+#include "core/stack_logger.h"
+#include "platform/critical_section.h"
+
+namespace PIM {
+
+// Scope lock over a critical section; a null section is not left.
+class EntryGuard {
+ public:
+  explicit EntryGuard(CriticalSection* section) : section_(section) {
+    if (section_) section_->enter();
+  }
+  ~EntryGuard() {
+    if (section_) section_->leave();
+  }
+  EntryGuard(const EntryGuard&) = delete;
+  EntryGuard& operator=(const EntryGuard&) = delete;
+
+ private:
+  CriticalSection* section_;
+};
+
+class DebugLogger {
+ public:
+  static DebugLogger& instance();
+
+  // Module start: opens the log in the logs folder (or beside the host
+  // executable), installs the crash report and writes the opening lines.
+  void start();
+  // Module unload: removes the crash report and closes the file.
+  void stop();
+
+  // Writes one complete line with its time prefix. Lines from any thread
+  // never interleave. Dropped when no log is open.
+  void write(const std::string& line);
+
+  // The path of the open log, empty when none is open.
+  std::u16string path() const;
+
+  // Tests: send lines to `sink` instead of the file; null stops that.
+  void redirectForTesting(std::ostream* sink);
+
+ private:
+  DebugLogger() = default;
+  std::string timePrefix();
+
+  // lock_ guards stream_, sink_, path_ and the prefix buffer.
+  mutable CriticalSection lock_;
+  std::unique_ptr<std::ostream> stream_;
+  std::ostream* sink_ = nullptr;
+  std::u16string path_;
+};
+
+// "file(line) : function() >" — the header of a line opened for a function.
+void writeLogHeader(std::ostream& out, const char* file, int line, const char* function);
+
+}  // namespace PIM
+
+#define PIM_LOG_LINE_(kind, message)                                           \
+  do {                                                                         \
+    ::std::ostringstream pimLine_;                                             \
+    ::PIM::writeLogHeader(pimLine_, __FILE__, __LINE__, pimEntry_.function);   \
+    pimLine_ << kind << message;                                               \
+    ::PIM::DebugLogger::instance().write(pimLine_.str());                      \
+  } while (0)
+
+#define PIM_LOG_ERR(message) PIM_LOG_LINE_(" ERR> ", message)
+#define PIM_LOG_MSG(message) PIM_LOG_LINE_(" MSG> ", message)
+#define PIM_ASSERT(condition)                       \
+  do {                                              \
+    if (!(condition)) PIM_LOG_ERR("Assertion failed"); \
+  } while (0)

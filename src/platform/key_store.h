@@ -1,0 +1,49 @@
+// A per-user hierarchical store of typed values: the Windows registry, or on
+// other systems a file of our own with the same operations and failures.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace PIM {
+
+// An open key. Null is never a valid key.
+using KeyHandle = void*;
+
+// Value types, numbered as the registry numbers them.
+enum class ValueType : uint32_t { None = 0, String = 1, Binary = 3, Dword = 4 };
+
+// Results: 0 on success, else a platform error code (on POSIX the Win32
+// numbers: 2 not found, 5 access denied, 234 more data, ...).
+inline constexpr long kKeyOk = 0;
+inline constexpr long kKeyNotFound = 2;
+inline constexpr long kKeyAccessDenied = 5;
+inline constexpr long kKeyInvalidParameter = 87;
+inline constexpr long kKeyMoreData = 234;
+
+class KeyStore {
+ public:
+  virtual ~KeyStore() = default;
+
+  // The root of the current user's settings (HKEY_CURRENT_USER).
+  virtual KeyHandle currentUserRoot() = 0;
+
+  // Creates `name` (one level, no separators) below `parent` if missing and
+  // opens it for reading and writing. The caller closes *out with closeKey.
+  virtual long createKey(KeyHandle parent, const std::u16string& name, KeyHandle* out) = 0;
+  virtual void closeKey(KeyHandle key) = 0;
+
+  // RegQueryValueEx: with data null only *type and *size are set. When the
+  // value is larger than *size, returns kKeyMoreData with *size the size
+  // needed. String values hold UTF-16 with their terminating NUL.
+  virtual long queryValue(KeyHandle key, const std::u16string& name, ValueType* type,
+                          uint8_t* data, uint32_t* size) = 0;
+  virtual long setValue(KeyHandle key, const std::u16string& name, ValueType type,
+                        const uint8_t* data, uint32_t size) = 0;
+
+  // Deletes the key at `path` (components separated by backslashes) below
+  // `parent`, with everything under it.
+  virtual long deleteTree(KeyHandle parent, const std::u16string& path) = 0;
+};
+
+}  // namespace PIM

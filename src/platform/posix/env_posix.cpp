@@ -1,0 +1,211 @@
+#include <dlfcn.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/time.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cstdlib>
+
+#include "platform/posix/posix_env.h"
+#include "platform/thread_local_slot.h"
+
+namespace PIM {
+
+namespace {
+
+// UTF-16 and UTF-8 without the logging of core/utils, for file names only.
+std::string narrow(const std::u16string& text) {
+  std::string out;
+  for (size_t i = 0; i < text.size(); ++i) {
+    uint32_t c = text[i];
+    if (c >= 0xD800 && c <= 0xDBFF && i + 1 < text.size() && text[i + 1] >= 0xDC00 &&
+        text[i + 1] <= 0xDFFF) {
+      c = 0x10000 + ((c - 0xD800) << 10) + (text[++i] - 0xDC00);
+    } else if (c >= 0xD800 && c <= 0xDFFF) {
+      c = 0xFFFD;
+    }
+    if (c < 0x80) {
+      out += char(c);
+    } else if (c < 0x800) {
+      out += char(0xC0 | (c >> 6));
+      out += char(0x80 | (c & 0x3F));
+    } else if (c < 0x10000) {
+      out += char(0xE0 | (c >> 12));
+      out += char(0x80 | ((c >> 6) & 0x3F));
+      out += char(0x80 | (c & 0x3F));
+    } else {
+      out += char(0xF0 | (c >> 18));
+      out += char(0x80 | ((c >> 12) & 0x3F));
+      out += char(0x80 | ((c >> 6) & 0x3F));
+      out += char(0x80 | (c & 0x3F));
+    }
+  }
+  return out;
+}
+
+std::u16string widen(const std::string& bytes) {
+  std::u16string out;
+  size_t i = 0;
+  while (i < bytes.size()) {
+    unsigned char b = bytes[i];
+    uint32_t c = 0xFFFD;
+    int extra = b < 0x80 ? 0 : (b >> 5) == 6 ? 1 : (b >> 4) == 14 ? 2 : (b >> 3) == 30 ? 3 : -1;
+    if (extra >= 0 && i + extra < bytes.size()) {
+      c = extra == 0 ? b : (b & (0x3F >> extra));
+      for (int k = 1; k <= extra; ++k) c = (c << 6) | (bytes[i + k] & 0x3F);
+      i += extra + 1;
+    } else {
+      ++i;
+    }
+    if (c >= 0x10000) {
+      out += char16_t(0xD800 + ((c - 0x10000) >> 10));
+      out += char16_t(0xDC00 + ((c - 0x10000) & 0x3FF));
+    } else {
+      out += char16_t(c);
+    }
+  }
+  return out;
+}
+
+SystemTime fromTm(const struct tm& tm, long nanoseconds) {
+  SystemTime t;
+  t.year = uint16_t(tm.tm_year + 1900);
+  t.month = uint16_t(tm.tm_mon + 1);
+  t.dayOfWeek = uint16_t(tm.tm_wday);
+  t.day = uint16_t(tm.tm_mday);
+  t.hour = uint16_t(tm.tm_hour);
+  t.minute = uint16_t(tm.tm_min);
+  t.second = uint16_t(tm.tm_sec);
+  t.milliseconds = uint16_t(nanoseconds / 1000000);
+  return t;
+}
+
+void moduleAnchor() {}
+
+}  // namespace
+
+std::string nativePath(const std::u16string& path) { return narrow(path); }
+
+Env* Env::platformDefault() {
+  static PosixEnv* instance = new PosixEnv();  // never freed: used until exit
+  return instance;
+}
+
+PosixEnv::PosixEnv() = default;
+PosixEnv::~PosixEnv() = default;
+
+SystemTime PosixEnv::systemTimeNow() {
+  struct timespec now;
+  clock_gettime(CLOCK_REALTIME, &now);
+  struct tm tm;
+  gmtime_r(&now.tv_sec, &tm);
+  return fromTm(tm, now.tv_nsec);
+}
+
+SystemTime PosixEnv::localTimeNow() {
+  struct timespec now;
+  clock_gettime(CLOCK_REALTIME, &now);
+  struct tm tm;
+  localtime_r(&now.tv_sec, &tm);
+  return fromTm(tm, now.tv_nsec);
+}
+
+TimeZoneInfo PosixEnv::timeZone() {
+  // POSIX gives only the offset in force; report it whole as the bias.
+  time_t now = time(nullptr);
+  struct tm tm;
+  localtime_r(&now, &tm);
+  TimeZoneInfo info;
+  info.bias = int32_t(-tm.tm_gmtoff / 60);
+  info.state = tm.tm_isdst > 0 ? TimeZoneState::Daylight : TimeZoneState::Standard;
+  return info;
+}
+
+uint32_t PosixEnv::tickCount() {
+  struct timespec now;
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return uint32_t(uint64_t(now.tv_sec) * 1000 + uint64_t(now.tv_nsec) / 1000000);
+}
+
+std::u16string PosixEnv::specialFolder(int csidl) {
+  if (csidl != kCsidlLocalAppData) return {};
+  if (const char* xdg = std::getenv("XDG_DATA_HOME"); xdg && xdg[0] == '/') return widen(xdg);
+  const char* home = std::getenv("HOME");
+  if (!home || !home[0]) return {};
+  std::string path = std::string(home) + "/.local/share";
+  // The folder is created on first use, as the shell does for its own.
+  std::string local = std::string(home) + "/.local";
+  mkdir(local.c_str(), 0700);
+  mkdir(path.c_str(), 0700);
+  return widen(path);
+}
+
+std::u16string PosixEnv::moduleFileName() {
+  Dl_info info;
+  if (dladdr(reinterpret_cast<void*>(&moduleAnchor), &info) && info.dli_fname) {
+    char resolved[PATH_MAX];
+    if (realpath(info.dli_fname, resolved)) return widen(resolved);
+  }
+  return hostExecutablePath();
+}
+
+std::u16string PosixEnv::hostExecutablePath() {
+  char buffer[PATH_MAX];
+  ssize_t n = readlink("/proc/self/exe", buffer, sizeof buffer - 1);
+  if (n <= 0) return {};
+  return widen(std::string(buffer, size_t(n)));
+}
+
+bool PosixEnv::pathStatus(const std::u16string& path) {
+  struct stat st;
+  return stat(narrow(path).c_str(), &st) == 0;
+}
+
+bool PosixEnv::makeDirectory(const std::u16string& path) {
+  return mkdir(narrow(path).c_str(), 0777) == 0;
+}
+
+OpenAlwaysResult PosixEnv::openAlways(const std::u16string& path) {
+  std::string native = narrow(path);
+  int fd = open(native.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+  if (fd >= 0) {
+    close(fd);
+    return OpenAlwaysResult::Created;
+  }
+  if (errno != EEXIST) return OpenAlwaysResult::Failed;
+  fd = open(native.c_str(), O_RDWR | O_CLOEXEC);
+  if (fd < 0) return OpenAlwaysResult::Failed;
+  close(fd);
+  return OpenAlwaysResult::AlreadyExisted;
+}
+
+// ---------------------------------------------------------------------------
+
+ThreadLocalSlot::ThreadLocalSlot() {
+  pthread_key_t key;
+  if (pthread_key_create(&key, nullptr) == 0) {
+    key_ = static_cast<unsigned long>(key);
+    valid_ = true;
+  }
+}
+
+ThreadLocalSlot::~ThreadLocalSlot() {
+  if (valid_) pthread_key_delete(static_cast<pthread_key_t>(key_));
+}
+
+void* ThreadLocalSlot::get() const {
+  return pthread_getspecific(static_cast<pthread_key_t>(key_));
+}
+
+void ThreadLocalSlot::set(void* value) {
+  pthread_setspecific(static_cast<pthread_key_t>(key_), value);
+}
+
+uint32_t currentThreadId() { return static_cast<uint32_t>(syscall(SYS_gettid)); }
+
+}  // namespace PIM

@@ -1,0 +1,45 @@
+// The POSIX implementation of Env. Its methods are spread over the files of
+// this folder by service (files and clocks, code pages, key store, locale,
+// crash hook).
+#pragma once
+
+#include <memory>
+
+#include "platform/env.h"
+
+namespace PIM {
+
+class PosixEnv : public Env {
+ public:
+  PosixEnv();
+  ~PosixEnv() override;
+
+  int wideToMultiByte(uint32_t codePage, const char16_t* text, int units, char* out,
+                      int outSize) override;
+  int multiByteToWide(uint32_t codePage, const char* text, int bytes, char16_t* out,
+                      int outUnits) override;
+  SystemTime systemTimeNow() override;
+  SystemTime localTimeNow() override;
+  TimeZoneInfo timeZone() override;
+  uint32_t tickCount() override;
+  std::u16string specialFolder(int csidl) override;
+  std::u16string moduleFileName() override;
+  std::u16string hostExecutablePath() override;
+  bool pathStatus(const std::u16string& path) override;
+  bool makeDirectory(const std::u16string& path) override;
+  OpenAlwaysResult openAlways(const std::u16string& path) override;
+  uint16_t userUiLanguage() override;
+  std::u16string languageAbbreviation(uint16_t langId) override;
+  KeyStore& keyStore() override;
+  void installCrashHandler(CrashHandler handler) override;
+  void uninstallCrashHandler() override;
+  void showFatalMessage(const std::u16string& caption, const std::u16string& text) override;
+
+ private:
+  std::unique_ptr<KeyStore> keyStore_;
+};
+
+// File names cross the seam as UTF-16 and reach the OS as UTF-8.
+std::string nativePath(const std::u16string& path);
+
+}  // namespace PIM
