@@ -1,0 +1,17 @@
+#!/usr/bin/env bash
+# Keeps one wineserver alive around a test run: without it every Windows test
+# waits seconds for Wine's services to let go of the output pipe.
+#   wine-session.sh start | stop | has32
+set -euo pipefail
+export WINEPREFIX=${WINEPREFIX:-${FERRANT_WINEPREFIX:-$HOME/.ferrant-wine}}
+export WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml="
+case ${1:-} in
+  start)
+    [ -f "$WINEPREFIX/system.reg" ] || wineboot -i >/dev/null 2>&1 || true
+    wineserver -p 600
+    wine cmd /c exit </dev/null >/dev/null 2>&1 || true
+    ;;
+  stop) wineserver -k 2>/dev/null || true ;;
+  has32) [ -e /usr/lib/i386-linux-gnu/wine/i386-windows/kernel32.dll ] ;;
+  *) echo "usage: wine-session.sh start|stop|has32" >&2; exit 2 ;;
+esac
