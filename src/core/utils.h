@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/env.h"
+
 namespace PIM {
 
 // Escapes the five XML specials (" & ' < >) one UTF-16 unit at a time and
@@ -22,6 +24,8 @@ std::u16string strReplace(const std::u16string& text, const std::u16string& patt
 std::vector<std::u16string> splitString(const std::u16string& text,
                                         const std::u16string& separator);
 
+// Conversions through the platform's code pages (65001 = UTF-8). Both stop
+// at the first NUL; a failed conversion is logged and gives empty text.
 std::string toCodePage(uint32_t codePage, const std::u16string& text);
 std::u16string fromCodePage(uint32_t codePage, const std::string& bytes);
 std::string toUtf8(const std::u16string& text);
@@ -29,6 +33,12 @@ std::u16string fromUtf8(const std::string& bytes);
 
 // Base64 with a CR LF after every 76 characters and at the very end.
 std::string base64Encode(const std::string& bytes);
+
+// File time (100 ns units since 1601-01-01) and broken-down time, both
+// without a zone. False for dates outside 1601..30827 or impossible fields
+// (day of week is ignored going in and set coming out).
+bool systemTimeToFileTime(const SystemTime& time, uint64_t& fileTime);
+bool fileTimeToSystemTime(uint64_t fileTime, SystemTime& time);
 
 // One second in file-time units (100 ns).
 int64_t getOneSecond();

@@ -1,6 +1,7 @@
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <link.h>
 #include <pthread.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -18,59 +19,10 @@ namespace PIM {
 
 namespace {
 
-// UTF-16 and UTF-8 without the logging of core/utils, for file names only.
-std::string narrow(const std::u16string& text) {
-  std::string out;
-  for (size_t i = 0; i < text.size(); ++i) {
-    uint32_t c = text[i];
-    if (c >= 0xD800 && c <= 0xDBFF && i + 1 < text.size() && text[i + 1] >= 0xDC00 &&
-        text[i + 1] <= 0xDFFF) {
-      c = 0x10000 + ((c - 0xD800) << 10) + (text[++i] - 0xDC00);
-    } else if (c >= 0xD800 && c <= 0xDFFF) {
-      c = 0xFFFD;
-    }
-    if (c < 0x80) {
-      out += char(c);
-    } else if (c < 0x800) {
-      out += char(0xC0 | (c >> 6));
-      out += char(0x80 | (c & 0x3F));
-    } else if (c < 0x10000) {
-      out += char(0xE0 | (c >> 12));
-      out += char(0x80 | ((c >> 6) & 0x3F));
-      out += char(0x80 | (c & 0x3F));
-    } else {
-      out += char(0xF0 | (c >> 18));
-      out += char(0x80 | ((c >> 12) & 0x3F));
-      out += char(0x80 | ((c >> 6) & 0x3F));
-      out += char(0x80 | (c & 0x3F));
-    }
-  }
-  return out;
-}
+// File names and environment values are UTF-8 bytes.
+std::string narrow(const std::u16string& text) { return utf16ToUtf8(text.data(), text.size()); }
 
-std::u16string widen(const std::string& bytes) {
-  std::u16string out;
-  size_t i = 0;
-  while (i < bytes.size()) {
-    unsigned char b = bytes[i];
-    uint32_t c = 0xFFFD;
-    int extra = b < 0x80 ? 0 : (b >> 5) == 6 ? 1 : (b >> 4) == 14 ? 2 : (b >> 3) == 30 ? 3 : -1;
-    if (extra >= 0 && i + extra < bytes.size()) {
-      c = extra == 0 ? b : (b & (0x3F >> extra));
-      for (int k = 1; k <= extra; ++k) c = (c << 6) | (bytes[i + k] & 0x3F);
-      i += extra + 1;
-    } else {
-      ++i;
-    }
-    if (c >= 0x10000) {
-      out += char16_t(0xD800 + ((c - 0x10000) >> 10));
-      out += char16_t(0xDC00 + ((c - 0x10000) & 0x3FF));
-    } else {
-      out += char16_t(c);
-    }
-  }
-  return out;
-}
+std::u16string widen(const std::string& bytes) { return utf8ToUtf16(bytes.data(), bytes.size()); }
 
 SystemTime fromTm(const struct tm& tm, long nanoseconds) {
   SystemTime t;
@@ -147,9 +99,14 @@ std::u16string PosixEnv::specialFolder(int csidl) {
 
 std::u16string PosixEnv::moduleFileName() {
   Dl_info info;
-  if (dladdr(reinterpret_cast<void*>(&moduleAnchor), &info) && info.dli_fname) {
+  struct link_map* map = nullptr;
+  // The program itself has an empty link-map name, and dladdr then reports
+  // argv[0], which may be relative or a bare name found on PATH.
+  if (dladdr1(reinterpret_cast<void*>(&moduleAnchor), &info, reinterpret_cast<void**>(&map),
+              RTLD_DL_LINKMAP) &&
+      map && map->l_name && map->l_name[0] == '/') {
     char resolved[PATH_MAX];
-    if (realpath(info.dli_fname, resolved)) return widen(resolved);
+    if (realpath(map->l_name, resolved)) return widen(resolved);
   }
   return hostExecutablePath();
 }
@@ -198,9 +155,7 @@ ThreadLocalSlot::~ThreadLocalSlot() {
   if (valid_) pthread_key_delete(static_cast<pthread_key_t>(key_));
 }
 
-void* ThreadLocalSlot::get() const {
-  return pthread_getspecific(static_cast<pthread_key_t>(key_));
-}
+void* ThreadLocalSlot::get() const { return pthread_getspecific(static_cast<pthread_key_t>(key_)); }
 
 void ThreadLocalSlot::set(void* value) {
   pthread_setspecific(static_cast<pthread_key_t>(key_), value);

@@ -39,6 +39,11 @@ class PosixEnv : public Env {
   std::unique_ptr<KeyStore> keyStore_;
 };
 
+// UTF-16 and UTF-8 as the code-page conversions write them: a lone surrogate
+// becomes U+FFFD, and so does each ill-formed part of the UTF-8.
+std::string utf16ToUtf8(const char16_t* text, size_t units);
+std::u16string utf8ToUtf16(const char* bytes, size_t size);
+
 // File names cross the seam as UTF-16 and reach the OS as UTF-8.
 std::string nativePath(const std::u16string& path);
 
