@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "core/crash_report.h"
 #include "core/utils.h"
 #include "platform/env.h"
 
@@ -25,14 +26,15 @@ std::string timeText(const SystemTime& t) {
   return buffer;
 }
 
-std::u16string parentFolder(const std::u16string& path) {
-  PIM_ENTRY("PIM::DebugLogger::parentFolder");
-  auto cut = path.find_last_of(u"/\\");
-  if (cut == std::u16string::npos) {
-    PIM_ASSERT(false);
-    return {};
-  }
-  return path.substr(0, cut);
+// Where the log goes when there is no logs folder: the folder of the host
+// executable, or the current folder when even that is unknown.
+std::u16string hostFolder() {
+  PIM_ENTRY("PIM::DebugLogger::start");
+  std::u16string exe = env()->hostExecutablePath();
+  PIM_ASSERT(!exe.empty());
+  auto cut = exe.find_last_of(u"/\\");
+  PIM_ASSERT(cut != std::u16string::npos);
+  return cut == std::u16string::npos ? std::u16string() : exe.substr(0, cut);
 }
 
 }  // namespace
@@ -55,19 +57,19 @@ std::string DebugLogger::timePrefix() {
 }
 
 void DebugLogger::start() {
+  if (started_) stop();
+  started_ = true;
+  env()->installCrashHandler(&reportCrash);
   std::u16string folder = getLogsFolder();
-  if (folder.empty()) {
-    PIM_ENTRY("PIM::DebugLogger::start");
-    std::u16string exe = env()->hostExecutablePath();
-    PIM_ASSERT(!exe.empty());
-    folder = parentFolder(exe);
-  }
-  std::u16string path = folder + kPathSeparator + u"CVTK_DBG.log";
+  if (folder.empty()) folder = hostFolder();
+  std::u16string path = u"CVTK_DBG.log";
+  if (!folder.empty()) path = folder + kPathSeparator + path;
+  // A file that cannot be opened leaves the stream failed: its lines vanish.
   auto stream = std::make_unique<std::ofstream>(std::filesystem::path(path), std::ios::app);
   {
     EntryGuard guard(&lock_);
+    path_ = stream->good() ? path : std::u16string();
     stream_ = std::move(stream);
-    path_ = stream_->good() ? path : std::u16string();
   }
   write("-----------------");
   write(" Logging Started");
@@ -75,6 +77,9 @@ void DebugLogger::start() {
 }
 
 void DebugLogger::stop() {
+  if (!started_) return;
+  started_ = false;
+  env()->uninstallCrashHandler();
   EntryGuard guard(&lock_);
   stream_.reset();
   path_.clear();

@@ -40,10 +40,14 @@ class DebugLogger {
  public:
   static DebugLogger& instance();
 
-  // Module start: opens the log in the logs folder (or beside the host
-  // executable), installs the crash report and writes the opening lines.
+  // Module start, before anything else logs and before the stack slot
+  // (StackLogger::initialise): installs the crash report as the handler of
+  // fatal faults, opens "CVTK_DBG.log" for appending in the logs folder (or
+  // beside the host executable when there is none) and writes the three
+  // opening lines. Starting again first stops.
   void start();
-  // Module unload: removes the crash report and closes the file.
+  // Module unload: puts back the fault handler the crash report replaced and
+  // closes the file.
   void stop();
 
   // Writes one complete line with its time prefix. Lines from any thread
@@ -60,11 +64,13 @@ class DebugLogger {
   DebugLogger() = default;
   std::string timePrefix();
 
-  // lock_ guards stream_, sink_, path_ and the prefix buffer.
+  // lock_ guards stream_, sink_ and path_. started_ belongs to the module's
+  // start and unload, which never race with each other.
   mutable CriticalSection lock_;
   std::unique_ptr<std::ostream> stream_;
   std::ostream* sink_ = nullptr;
   std::u16string path_;
+  bool started_ = false;
 };
 
 // "file(line) : function() >" — the header of a line opened for a function.
@@ -72,17 +78,17 @@ void writeLogHeader(std::ostream& out, const char* file, int line, const char* f
 
 }  // namespace PIM
 
-#define PIM_LOG_LINE_(kind, message)                                           \
-  do {                                                                         \
-    ::std::ostringstream pimLine_;                                             \
-    ::PIM::writeLogHeader(pimLine_, __FILE__, __LINE__, pimEntry_.function);   \
-    pimLine_ << kind << message;                                               \
-    ::PIM::DebugLogger::instance().write(pimLine_.str());                      \
+#define PIM_LOG_LINE_(kind, message)                                         \
+  do {                                                                       \
+    ::std::ostringstream pimLine_;                                           \
+    ::PIM::writeLogHeader(pimLine_, __FILE__, __LINE__, pimEntry_.function); \
+    pimLine_ << kind << message;                                             \
+    ::PIM::DebugLogger::instance().write(pimLine_.str());                    \
   } while (0)
 
 #define PIM_LOG_ERR(message) PIM_LOG_LINE_(" ERR> ", message)
 #define PIM_LOG_MSG(message) PIM_LOG_LINE_(" MSG> ", message)
-#define PIM_ASSERT(condition)                       \
-  do {                                              \
+#define PIM_ASSERT(condition)                          \
+  do {                                                 \
     if (!(condition)) PIM_LOG_ERR("Assertion failed"); \
   } while (0)

@@ -43,12 +43,11 @@ void StackLogger::pop() {
   if (!slot_) return;
   auto* current = static_cast<StackEntry*>(slot_->get());
   if (!current) {
-    // The record is pushed below, so the line does not disturb this
-    // (empty) stack: it stays empty afterwards.
-    slot_->set(nullptr);
+    // No record is pushed for this line: the stack stays empty.
     std::ostringstream line;
     writeLogHeader(line, __FILE__, __LINE__, "PIM::StackLogger::Pop");
-    line << " ERR> " << "Stack was corrupted.";
+    line << " ERR> "
+         << "Stack was corrupted.";
     DebugLogger::instance().write(line.str());
     return;
   }

@@ -27,8 +27,9 @@ struct StackEntry {
 
 class StackLogger {
  public:
-  // Allocates the thread-local slot (module start) and frees it (module
-  // unload). Without a slot every operation does nothing.
+  // Allocates the thread-local slot (module start, after
+  // DebugLogger::start) and frees it (module unload). Without a slot every
+  // operation does nothing.
   static void initialise();
   static void shutdown();
 
