@@ -29,8 +29,8 @@ int showPaths() {
 }  // namespace
 
 int main(int argc, char** argv) {
-  PIM::StackLogger::initialise();
   PIM::DebugLogger::instance().start();
+  PIM::StackLogger::initialise();
   int result = kExitUsage;
   if (argc < 2 || !std::strcmp(argv[1], "--help") || !std::strcmp(argv[1], "-h")) {
     std::fputs(kUsage, argc < 2 ? stderr : stdout);
@@ -43,7 +43,7 @@ int main(int argc, char** argv) {
   } else {
     std::fprintf(stderr, "ferrant: unknown command '%s' (see ferrant --help)\n", argv[1]);
   }
-  PIM::DebugLogger::instance().stop();
   PIM::StackLogger::shutdown();
+  PIM::DebugLogger::instance().stop();
   return result;
 }
