@@ -2,15 +2,18 @@
 // other systems a file of our own with the same operations and failures.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace PIM {
 
 // An open key. Null is never a valid key.
 using KeyHandle = void*;
 
-// Value types, numbered as the registry numbers them.
+// Value types, numbered as the registry numbers them. Stores keep any other
+// number they are given, too, with its bytes as they are.
 enum class ValueType : uint32_t { None = 0, String = 1, Binary = 3, Dword = 4 };
 
 // Results: 0 on success, else a platform error code (on POSIX the Win32
@@ -18,8 +21,17 @@ enum class ValueType : uint32_t { None = 0, String = 1, Binary = 3, Dword = 4 };
 inline constexpr long kKeyOk = 0;
 inline constexpr long kKeyNotFound = 2;
 inline constexpr long kKeyAccessDenied = 5;
+inline constexpr long kKeyInvalidHandle = 6;
+inline constexpr long kKeyWriteFault = 29;
 inline constexpr long kKeyInvalidParameter = 87;
+inline constexpr long kKeyDiskFull = 112;
 inline constexpr long kKeyMoreData = 234;
+inline constexpr long kKeyDeleted = 1018;  // the key was deleted while open
+
+// The registry's limits, kept by every store.
+inline constexpr size_t kMaxKeyNameUnits = 255;
+inline constexpr size_t kMaxValueNameUnits = 16383;
+inline constexpr size_t kMaxKeyDepth = 512;
 
 class KeyStore {
  public:
@@ -36,14 +48,19 @@ class KeyStore {
   // RegQueryValueEx: with data null only *type and *size are set. When the
   // value is larger than *size, returns kKeyMoreData with *size the size
   // needed. String values hold UTF-16 with their terminating NUL.
-  virtual long queryValue(KeyHandle key, const std::u16string& name, ValueType* type,
-                          uint8_t* data, uint32_t* size) = 0;
+  virtual long queryValue(KeyHandle key, const std::u16string& name, ValueType* type, uint8_t* data,
+                          uint32_t* size) = 0;
   virtual long setValue(KeyHandle key, const std::u16string& name, ValueType type,
                         const uint8_t* data, uint32_t size) = 0;
 
   // Deletes the key at `path` (components separated by backslashes) below
   // `parent`, with everything under it.
   virtual long deleteTree(KeyHandle parent, const std::u16string& path) = 0;
+
+  // Problems the store met on its own that the caller should log (a damaged
+  // settings file set aside, for example), oldest first; each is returned
+  // once. The registry has none.
+  virtual std::vector<std::string> takeDiagnostics() { return {}; }
 };
 
 }  // namespace PIM

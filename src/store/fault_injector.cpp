@@ -1,0 +1,47 @@
+#include "store/fault_injector.h"
+
+namespace PIM::store {
+
+FaultInjector& FaultInjector::instance() {
+  static FaultInjector injector;
+  return injector;
+}
+
+void FaultInjector::failCall(const std::string& name, HRESULT result, unsigned nth,
+                             unsigned times) {
+  std::lock_guard<std::mutex> guard(lock_);
+  rules_.push_back(Rule{name, result, nth == 0 ? 1 : nth, times});
+}
+
+void FaultInjector::clear() {
+  std::lock_guard<std::mutex> guard(lock_);
+  rules_.clear();
+  counts_.clear();
+}
+
+unsigned FaultInjector::callCount(const std::string& name) const {
+  std::lock_guard<std::mutex> guard(lock_);
+  auto it = counts_.find(name);
+  return it == counts_.end() ? 0 : it->second;
+}
+
+HRESULT FaultInjector::check(const char* interfaceName, const char* method) {
+  const std::string bare = method;
+  const std::string qualified =
+      interfaceName && *interfaceName ? std::string(interfaceName) + "::" + bare : bare;
+  std::lock_guard<std::mutex> guard(lock_);
+  ++counts_[qualified];
+  if (qualified != bare) ++counts_[bare];
+  HRESULT answer = S_OK;
+  for (Rule& rule : rules_) {
+    if (rule.name != qualified && rule.name != bare) continue;
+    ++rule.seen;
+    const bool started = rule.seen >= rule.nth;
+    const bool within = rule.times == 0 || rule.seen < rule.nth + rule.times;
+    // The first rule that fires wins; later rules still count the call.
+    if (started && within && answer == S_OK) answer = rule.result;
+  }
+  return answer;
+}
+
+}  // namespace PIM::store
