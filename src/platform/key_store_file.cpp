@@ -3,18 +3,20 @@
 #include <algorithm>
 
 #include "platform/key_store.h"
+#include "platform/utf.h"
 
 namespace PIM::keyfile {
 
 namespace {
 
+using utf::appendUtf8;
+using utf::isHighSurrogate;
+using utf::isLowSurrogate;
+
 constexpr std::string_view kMagic = "ferrant-keystore";
 constexpr size_t kBytesPerLine = 25;
 
 char16_t foldAscii(char16_t c) { return c >= u'A' && c <= u'Z' ? char16_t(c + 32) : c; }
-
-bool isHighSurrogate(uint32_t u) { return u >= 0xD800 && u <= 0xDBFF; }
-bool isLowSurrogate(uint32_t u) { return u >= 0xDC00 && u <= 0xDFFF; }
 
 int hexDigit(char c) {
   if (c >= '0' && c <= '9') return c - '0';
@@ -26,33 +28,6 @@ int hexDigit(char c) {
 void appendHex(std::string& out, uint32_t value, int digits) {
   static const char kDigits[] = "0123456789abcdef";
   for (int shift = (digits - 1) * 4; shift >= 0; shift -= 4) out += kDigits[(value >> shift) & 0xF];
-}
-
-void appendUtf8(std::string& out, uint32_t c) {
-  if (c < 0x80) {
-    out += char(c);
-  } else if (c < 0x800) {
-    out += char(0xC0 | (c >> 6));
-    out += char(0x80 | (c & 0x3F));
-  } else if (c < 0x10000) {
-    out += char(0xE0 | (c >> 12));
-    out += char(0x80 | ((c >> 6) & 0x3F));
-    out += char(0x80 | (c & 0x3F));
-  } else {
-    out += char(0xF0 | (c >> 18));
-    out += char(0x80 | ((c >> 12) & 0x3F));
-    out += char(0x80 | ((c >> 6) & 0x3F));
-    out += char(0x80 | (c & 0x3F));
-  }
-}
-
-void appendUnits(std::u16string& out, uint32_t c) {
-  if (c >= 0x10000) {
-    out += char16_t(0xD800 + ((c - 0x10000) >> 10));
-    out += char16_t(0xDC00 + ((c - 0x10000) & 0x3FF));
-  } else {
-    out += char16_t(c);
-  }
 }
 
 // One scalar value in its shortest well-formed UTF-8 form; anything else is
@@ -262,7 +237,7 @@ class Cursor {
       }
       uint32_t scalar;
       if (!decodeUtf8(line_, pos_, scalar)) return fail(error, "text is not UTF-8");
-      appendUnits(out, scalar);
+      utf::appendUtf16(out, scalar);
     }
   }
 
@@ -347,7 +322,7 @@ bool readKeyPath(std::string_view line, std::vector<std::u16string>& path, std::
     }
     uint32_t scalar;
     if (!decodeUtf8(inner, pos, scalar)) return fail(error, "key name is not UTF-8");
-    appendUnits(name, scalar);
+    utf::appendUtf16(name, scalar);
   }
 }
 

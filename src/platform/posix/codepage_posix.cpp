@@ -22,6 +22,7 @@
 #include <unordered_map>
 
 #include "platform/posix/posix_env.h"
+#include "platform/utf.h"
 
 namespace PIM {
 
@@ -31,37 +32,12 @@ constexpr uint32_t kUtf7 = 65000;
 constexpr uint32_t kUtf8 = 65001;
 constexpr char16_t kReplacement = 0xFFFD;
 
-bool isHighSurrogate(uint32_t c) { return c >= 0xD800 && c <= 0xDBFF; }
-bool isLowSurrogate(uint32_t c) { return c >= 0xDC00 && c <= 0xDFFF; }
+using utf::appendUtf16;
+using utf::appendUtf8;
+using utf::isHighSurrogate;
+using utf::isLowSurrogate;
 
 // ----------------------------------------------------------------- UTF-8 --
-
-void appendUtf8(std::string& out, uint32_t c) {
-  if (c < 0x80) {
-    out += char(c);
-  } else if (c < 0x800) {
-    out += char(0xC0 | (c >> 6));
-    out += char(0x80 | (c & 0x3F));
-  } else if (c < 0x10000) {
-    out += char(0xE0 | (c >> 12));
-    out += char(0x80 | ((c >> 6) & 0x3F));
-    out += char(0x80 | (c & 0x3F));
-  } else {
-    out += char(0xF0 | (c >> 18));
-    out += char(0x80 | ((c >> 12) & 0x3F));
-    out += char(0x80 | ((c >> 6) & 0x3F));
-    out += char(0x80 | (c & 0x3F));
-  }
-}
-
-void appendUtf16(std::u16string& out, uint32_t c) {
-  if (c >= 0x10000) {
-    out += char16_t(0xD800 + ((c - 0x10000) >> 10));
-    out += char16_t(0xDC00 + ((c - 0x10000) & 0x3FF));
-  } else {
-    out += char16_t(c);
-  }
-}
 
 // The well-formed range of the second byte of a sequence led by `lead`, or
 // false when `lead` cannot start one (then `extra` is 0).
