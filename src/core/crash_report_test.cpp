@@ -158,12 +158,14 @@ struct RegisterNames {
 };
 
 // The register lines each system's report carries.
+[[maybe_unused]] const RegisterNames kX64General = {
+    " General registers: ",
+    {"RAX", "RBX", "RCX", "RDX", "RSI", "RDI", "R8", "R9", "R10", "R11", "R12", "R13", "R14",
+     "R15"},
+    16};
 #if defined(_WIN32) && defined(__x86_64__)
 const std::vector<RegisterNames> kRegisterLines = {
-    {" General registers: ",
-     {"RAX", "RBX", "RCX", "RDX", "RSI", "RDI", "R8", "R9", "R10", "R11", "R12", "R13", "R14",
-      "R15"},
-     16},
+    kX64General,
     {" Control registers: ", {"RSP", "RBP", "CS", "SS", "RIP", "Flags"}, 16},
     {" Segment registers: ", {"DS", "ES", "FS", "GS"}, 16},
 };
@@ -175,10 +177,7 @@ const std::vector<RegisterNames> kRegisterLines = {
 };
 #elif defined(__x86_64__) && defined(__linux__)
 const std::vector<RegisterNames> kRegisterLines = {
-    {" General registers: ",
-     {"RAX", "RBX", "RCX", "RDX", "RSI", "RDI", "R8", "R9", "R10", "R11", "R12", "R13", "R14",
-      "R15"},
-     16},
+    kX64General,
     {" Control registers: ", {"RSP", "RBP", "RIP", "EFL", "CS"}, 16},
     {" Segment registers: ", {"FS", "GS"}, 16},
 };
