@@ -85,6 +85,20 @@ int run(const char* mode, const char* marker) {
 
 }  // namespace
 
+#if defined(__SANITIZE_THREAD__)
+#define FERRANT_THREAD_SANITIZER 1
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define FERRANT_THREAD_SANITIZER 1
+#endif
+#endif
+#ifdef FERRANT_THREAD_SANITIZER
+// The report allocates inside the signal handler on purpose: the process is
+// dying and only the log matters. ThreadSanitizer would stop the child at the
+// first allocation, before the report is written.
+extern "C" const char* __tsan_default_options() { return "report_signal_unsafe=0"; }
+#endif
+
 int main(int argc, char** argv) {
   if (argc != 4) {
     std::fputs("usage: ferrant_crash_child <folder> <mode> <marker>\n", stderr);
