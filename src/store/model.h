@@ -1,0 +1,156 @@
+// The reference store's data: property values, items, folders, stores and
+// address-book entries, in plain C++. The MAPI objects (objects.h) are views
+// of these; a Profile (profile.h) owns them and guards them with its lock.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "mapi/mapi.h"
+
+namespace PIM::store {
+
+using Bytes = std::vector<uint8_t>;
+
+// One property value. The tag's type says which member is meaningful:
+//   num       PT_I2, PT_LONG, PT_BOOLEAN, PT_I8, PT_SYSTIME (FILETIME ticks),
+//             PT_ERROR (the SCODE)
+//   real      PT_R4, PT_DOUBLE, PT_APPTIME
+//   text      PT_UNICODE
+//   str       PT_STRING8 (the bytes as stored)
+//   bin       PT_BINARY, PT_CLSID (16 bytes, GUID layout)
+//   nums      PT_MV_I2, PT_MV_LONG, PT_MV_I8, PT_MV_SYSTIME
+//   texts     PT_MV_UNICODE
+//   strs      PT_MV_STRING8
+//   bins      PT_MV_BINARY, PT_MV_CLSID
+// PT_OBJECT values carry nothing: the object is reached by OpenProperty.
+struct Prop {
+  ULONG tag = PR_NULL;
+  int64_t num = 0;
+  double real = 0;
+  std::u16string text;
+  std::string str;
+  Bytes bin;
+  std::vector<int64_t> nums;
+  std::vector<std::u16string> texts;
+  std::vector<std::string> strs;
+  std::vector<Bytes> bins;
+
+  ULONG type() const { return PROP_TYPE(tag); }
+  ULONG id() const { return PROP_ID(tag); }
+
+  static Prop ofLong(ULONG tag, int32_t value);
+  static Prop ofBool(ULONG tag, bool value);
+  static Prop ofI8(ULONG tag, int64_t value);
+  static Prop ofTime(ULONG tag, uint64_t fileTime);
+  static Prop ofText(ULONG tag, std::u16string value);  // PT_UNICODE
+  static Prop ofString8(ULONG tag, std::string value);
+  static Prop ofBinary(ULONG tag, Bytes value);
+  static Prop ofError(ULONG propId, SCODE error);
+  static Prop ofMvBinary(ULONG tag, std::vector<Bytes> values);
+  static Prop ofMvText(ULONG tag, std::vector<std::u16string> values);
+};
+
+// At most one value per property identifier, in the order they were set.
+class PropList {
+ public:
+  // The value with this identifier, whatever its type; null when absent.
+  const Prop* find(ULONG propId) const;
+  Prop* find(ULONG propId);
+  // Replaces the value with the same identifier, or appends.
+  void set(Prop prop);
+  // Sets only when no value with that identifier is present.
+  void setDefault(Prop prop);
+  bool erase(ULONG propId);
+  const std::vector<Prop>& all() const { return props_; }
+  bool empty() const { return props_.empty(); }
+
+ private:
+  std::vector<Prop> props_;
+};
+
+struct Item;
+
+struct Recipient {
+  PropList props;
+};
+
+struct Attachment {
+  ULONG num = 0;  // PR_ATTACH_NUM, assigned by the store
+  PropList props;
+  Bytes data;                      // PR_ATTACH_DATA_BIN
+  std::shared_ptr<Item> embedded;  // PR_ATTACH_DATA_OBJ (ATTACH_EMBEDDED_MSG)
+};
+
+struct Folder;
+
+struct Item {
+  PropList props;
+  std::vector<Recipient> recipients;
+  std::vector<Attachment> attachments;
+  bool associated = false;  // folder-associated (hidden) contents
+  // Set by the store: 0 for embedded messages, which have no entry id.
+  uint32_t nid = 0;
+  Folder* parent = nullptr;
+};
+
+struct Folder {
+  PropList props;  // PR_DISPLAY_NAME, PR_CONTAINER_CLASS, ...
+  std::vector<std::shared_ptr<Folder>> folders;
+  std::vector<std::shared_ptr<Item>> items;
+  uint32_t nid = 0;
+  Folder* parent = nullptr;
+};
+
+struct StoreOptions {
+  // Stores without Unicode support answer PT_UNICODE requests with
+  // MAPI_E_NOT_FOUND and deliver their text as 8-bit (UTF-8) strings.
+  bool unicode = true;
+  // Contents and hierarchy tables hand out short-term PR_ENTRYID values, as
+  // some stores do (PR_LONGTERM_ENTRYID_FROM_TABLE is long-term always).
+  bool shortTermIdsInTables = false;
+  // Table rows cut strings to this many characters (bytes for 8-bit
+  // strings), as real stores do; 0 = no cut.
+  uint32_t tableStringLimit = 255;
+  // Text streams from OpenProperty end with a terminating NUL.
+  bool streamTerminator = false;
+  // GetProps answers MAPI_E_NOT_ENOUGH_MEMORY (as an error value) for text
+  // and binary values longer than this many bytes, so callers must use
+  // OpenProperty; 0 = no limit.
+  uint32_t getPropsByteLimit = 0;
+};
+
+// A named property: set GUID plus numeric id (MNID_ID) or name (MNID_STRING).
+struct PropName {
+  GUID set{};
+  ULONG kind = MNID_ID;
+  LONG id = 0;
+  std::u16string name;
+  bool operator<(const PropName& other) const;
+};
+
+struct Store {
+  std::u16string name;
+  bool isDefault = false;
+  StoreOptions options;
+  PropList props;  // extra store properties
+  Bytes uid;       // 16 bytes, inside every entry id of the store
+  std::shared_ptr<Folder> root;
+  uint32_t ipmSubtree = 0;                         // nid of the IPM subtree, 0 = none
+  uint32_t receiveFolder = 0;                      // nid of the default receive folder, 0 = none
+  std::map<std::string, uint32_t> receiveFolders;  // message class -> nid
+  std::map<PropName, ULONG> names;                 // named property -> id
+  ULONG nextNamedId = 0x8000;
+  uint32_t nextNid = 1;
+  std::map<uint32_t, std::shared_ptr<Folder>> folderIndex;
+  std::map<uint32_t, std::shared_ptr<Item>> itemIndex;
+};
+
+struct AbEntry {
+  PropList props;  // PR_DISPLAY_NAME, PR_ADDRTYPE, PR_EMAIL_ADDRESS, ...
+};
+
+}  // namespace PIM::store

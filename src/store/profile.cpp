@@ -1,0 +1,523 @@
+#include "store/profile.h"
+
+#include <algorithm>
+#include <atomic>
+
+#include "core/debug_logger.h"
+#include "core/utils.h"
+#include "store/entry_ids.h"
+#include "store/objects.h"
+#include "store/props.h"
+#include "store/table.h"
+
+namespace PIM::store {
+namespace {
+
+std::atomic<uint32_t> nextSession{0x5E550001};
+
+Bytes storeUidFor(size_t index) {
+  Bytes uid = {0x9F, 0x3A, 0x51, 0x2C, 0x6E, 0x11, 0x4D, 0x0B, 0x8A, 0x27, 0x5C, 0x0E};
+  const uint32_t n = static_cast<uint32_t>(index + 1);
+  for (int i = 0; i < 4; ++i) uid.push_back(static_cast<uint8_t>(n >> (8 * i)));
+  return uid;
+}
+
+Bytes u32Key(uint32_t a, uint32_t b) {
+  Bytes key;
+  for (uint32_t v : {a, b})
+    for (int i = 0; i < 4; ++i) key.push_back(static_cast<uint8_t>(v >> (8 * i)));
+  return key;
+}
+
+std::u16string joinNames(const Item& item, LONG type) {
+  std::u16string out;
+  for (const Recipient& r : item.recipients) {
+    const Prop* t = r.props.find(PROP_ID(PR_RECIPIENT_TYPE));
+    if ((t ? t->num : MAPI_TO) != type) continue;
+    const Prop* name = r.props.find(PROP_ID(PR_DISPLAY_NAME));
+    if (!out.empty()) out += u"; ";
+    if (name) out += textOf(*name);
+  }
+  return out;
+}
+
+ULONG sizeOf(const Item& item) {
+  ULONG size = 0;
+  for (const Prop& p : item.props.all()) size += propSize(p);
+  for (const Attachment& a : item.attachments) size += static_cast<ULONG>(a.data.size());
+  return size;
+}
+
+void numberAttachments(Item& item) {
+  ULONG num = 0;
+  for (Attachment& a : item.attachments) {
+    a.num = num++;
+    if (a.embedded) numberAttachments(*a.embedded);
+  }
+}
+
+}  // namespace
+
+std::shared_ptr<Profile> Profile::create() { return std::shared_ptr<Profile>(new Profile()); }
+
+Profile::Profile() : session_(nextSession++) {}
+Profile::~Profile() = default;
+
+// ---- Building -----------------------------------------------------------------
+size_t Profile::addStore(const std::u16string& name, bool isDefault, const StoreOptions& options) {
+  std::lock_guard<std::recursive_mutex> guard(lock_);
+  auto store = std::make_unique<Store>();
+  store->name = name;
+  store->isDefault = isDefault;
+  store->options = options;
+  store->uid = storeUidFor(stores_.size());
+  store->root = std::make_shared<Folder>();
+  store->root->nid = store->nextNid++;
+  store->folderIndex[store->root->nid] = store->root;
+  stores_.push_back(std::move(store));
+  ++version_;
+  return stores_.size() - 1;
+}
+
+size_t Profile::storeCount() const {
+  std::lock_guard<std::recursive_mutex> guard(lock_);
+  return stores_.size();
+}
+
+Ref Profile::storeRef(size_t store) const {
+  std::lock_guard<std::recursive_mutex> guard(lock_);
+  return store < stores_.size() ? Ref{Ref::Kind::Store, store, 0} : Ref{};
+}
+
+Ref Profile::rootFolder(size_t store) const {
+  std::lock_guard<std::recursive_mutex> guard(lock_);
+  return store < stores_.size() ? Ref{Ref::Kind::Folder, store, stores_[store]->root->nid} : Ref{};
+}
+
+Ref Profile::addFolder(const Ref& parent, const std::u16string& name,
+                       const std::u16string& containerClass) {
+  std::lock_guard<std::recursive_mutex> guard(lock_);
+  std::shared_ptr<Folder> p =
+      parent.kind == Ref::Kind::Folder ? folder(parent.store, parent.id) : nullptr;
+  if (!p) return {};
+  Store& s = *stores_[parent.store];
+  auto f = std::make_shared<Folder>();
+  f->nid = s.nextNid++;
+  f->parent = p.get();
+  f->props.set(Prop::ofText(PR_DISPLAY_NAME_W, name));
+  if (!containerClass.empty()) f->props.set(Prop::ofText(PR_CONTAINER_CLASS_W, containerClass));
+  p->folders.push_back(f);
+  s.folderIndex[f->nid] = f;
+  ++version_;
+  return Ref{Ref::Kind::Folder, parent.store, f->nid};
+}
+
+void Profile::setIpmSubtree(const Ref& f) {
+  std::lock_guard<std::recursive_mutex> guard(lock_);
+  if (f.kind == Ref::Kind::Folder && f.store < stores_.size()) stores_[f.store]->ipmSubtree = f.id;
+  ++version_;
+}
+
+void Profile::setReceiveFolder(const Ref& f, const std::string& messageClass) {
+  std::lock_guard<std::recursive_mutex> guard(lock_);
+  if (f.kind != Ref::Kind::Folder || f.store >= stores_.size()) return;
+  if (messageClass.empty())
+    stores_[f.store]->receiveFolder = f.id;
+  else
+    stores_[f.store]->receiveFolders[messageClass] = f.id;
+  ++version_;
+}
+
+Ref Profile::addAbEntry(PropList props) {
+  std::lock_guard<std::recursive_mutex> guard(lock_);
+  addressBook_.push_back(AbEntry{std::move(props)});
+  ++version_;
+  return Ref{Ref::Kind::AbEntry, 0, static_cast<uint32_t>(addressBook_.size() - 1)};
+}
+
+ULONG Profile::namedPropId(size_t store, const PropName& name) {
+  std::lock_guard<std::recursive_mutex> guard(lock_);
+  if (store >= stores_.size()) return 0;
+  Store& s = *stores_[store];
+  auto it = s.names.find(name);
+  if (it != s.names.end()) return it->second;
+  if (s.nextNamedId > 0xFFFE) return 0;
+  const ULONG id = s.nextNamedId++;
+  s.names[name] = id;
+  return id;
+}
+
+bool Profile::setProp(const Ref& target, Prop prop) {
+  if (target.kind == Ref::Kind::Item) return modifyItem(target, {std::move(prop)});
+  std::lock_guard<std::recursive_mutex> guard(lock_);
+  ++version_;
+  switch (target.kind) {
+    case Ref::Kind::Store:
+      if (Store* s = storeAt(target.store)) {
+        s->props.set(std::move(prop));
+        return true;
+      }
+      return false;
+    case Ref::Kind::Folder:
+      if (auto f = folder(target.store, target.id)) {
+        f->props.set(std::move(prop));
+        return true;
+      }
+      return false;
+    case Ref::Kind::AbEntry:
+      if (AbEntry* e = abEntry(target.id)) {
+        e->props.set(std::move(prop));
+        return true;
+      }
+      return false;
+    default: return false;
+  }
+}
+
+// ---- Changing items -------------------------------------------------------------
+void Profile::indexItem(Store& store, const std::shared_ptr<Item>& item, Folder* parent) {
+  item->nid = store.nextNid++;
+  item->parent = parent;
+  numberAttachments(*item);
+  store.itemIndex[item->nid] = item;
+}
+
+Ref Profile::addItem(const Ref& folderRef, Item item) {
+  Ref added;
+  {
+    std::lock_guard<std::recursive_mutex> guard(lock_);
+    auto f = folderRef.kind == Ref::Kind::Folder ? folder(folderRef.store, folderRef.id) : nullptr;
+    if (!f) return {};
+    auto shared = std::make_shared<Item>(std::move(item));
+    indexItem(*stores_[folderRef.store], shared, f.get());
+    f->items.push_back(shared);
+    ++version_;
+    added = Ref{Ref::Kind::Item, folderRef.store, shared->nid};
+  }
+  notifyFolder(folderRef.store, folderRef.id, false, added.id);
+  return added;
+}
+
+bool Profile::modifyItem(const Ref& ref, const std::vector<Prop>& set,
+                         const std::vector<ULONG>& removeIds) {
+  uint32_t folderNid = 0;
+  {
+    std::lock_guard<std::recursive_mutex> guard(lock_);
+    auto it = ref.kind == Ref::Kind::Item ? item(ref.store, ref.id) : nullptr;
+    if (!it || !it->parent) return false;
+    for (const Prop& p : set) it->props.set(p);
+    for (ULONG id : removeIds) it->props.erase(id);
+    folderNid = it->parent->nid;
+    ++version_;
+  }
+  notifyFolder(ref.store, folderNid, false, ref.id);
+  return true;
+}
+
+bool Profile::deleteItem(const Ref& ref) {
+  uint32_t folderNid = 0;
+  {
+    std::lock_guard<std::recursive_mutex> guard(lock_);
+    auto it = ref.kind == Ref::Kind::Item ? item(ref.store, ref.id) : nullptr;
+    if (!it || !it->parent) return false;
+    Folder* parent = it->parent;
+    auto& items = parent->items;
+    items.erase(std::remove(items.begin(), items.end(), it), items.end());
+    stores_[ref.store]->itemIndex.erase(it->nid);
+    it->parent = nullptr;
+    folderNid = parent->nid;
+    ++version_;
+  }
+  notifyFolder(ref.store, folderNid, false, ref.id);
+  return true;
+}
+
+void Profile::touchFolder(const Ref& f) {
+  if (f.kind != Ref::Kind::Folder) return;
+  notifyFolder(f.store, f.id, true);
+}
+
+void Profile::notifyFolder(size_t store, uint32_t folderNid, bool changedOnly, uint32_t itemNid) {
+  std::vector<PendingNotification> pending;
+  {
+    std::lock_guard<std::recursive_mutex> guard(lock_);
+    const Bytes key = changedOnly ? Bytes() : instanceKey(store, itemNid);
+    for (TableImpl* table : tables_) {
+      const TableSource& s = table->source();
+      if ((s.kind == TableSource::Kind::Contents || s.kind == TableSource::Kind::Associated) &&
+          s.store == store && s.folder == folderNid)
+        table->collectNotifications(key, pending);
+    }
+  }
+  for (PendingNotification& p : pending) p.sink->OnNotify(1, p.notification.get());
+}
+
+// ---- Finding ----------------------------------------------------------------------
+void Profile::setKey(const std::string& key, const Ref& ref) {
+  std::lock_guard<std::recursive_mutex> guard(lock_);
+  keys_[key] = ref;
+}
+
+Ref Profile::byKey(const std::string& key) const {
+  std::lock_guard<std::recursive_mutex> guard(lock_);
+  auto it = keys_.find(key);
+  return it == keys_.end() ? Ref{} : it->second;
+}
+
+Ref Profile::findFolder(size_t store, const std::u16string& path) const {
+  std::lock_guard<std::recursive_mutex> guard(lock_);
+  if (store >= stores_.size()) return {};
+  const Folder* f = stores_[store]->root.get();
+  for (const std::u16string& name : splitString(path, u"/")) {
+    if (name.empty()) continue;
+    const Folder* next = nullptr;
+    for (const auto& child : f->folders) {
+      const Prop* n = child->props.find(PROP_ID(PR_DISPLAY_NAME));
+      if (n && textOf(*n) == name) {
+        next = child.get();
+        break;
+      }
+    }
+    if (!next) return {};
+    f = next;
+  }
+  return Ref{Ref::Kind::Folder, store, f->nid};
+}
+
+std::shared_ptr<const Item> Profile::itemCopy(const Ref& ref) const {
+  std::lock_guard<std::recursive_mutex> guard(lock_);
+  if (ref.kind != Ref::Kind::Item || ref.store >= stores_.size()) return nullptr;
+  auto& index = stores_[ref.store]->itemIndex;
+  auto it = index.find(ref.id);
+  return it == index.end() ? nullptr : std::make_shared<Item>(*it->second);
+}
+
+// ---- Identifiers ------------------------------------------------------------------
+Bytes Profile::entryId(const Ref& ref) const {
+  std::lock_guard<std::recursive_mutex> guard(lock_);
+  switch (ref.kind) {
+    case Ref::Kind::Store:
+      return ref.store < stores_.size() ? storeEntryId(stores_[ref.store]->uid) : Bytes();
+    case Ref::Kind::Folder:
+    case Ref::Kind::Item:
+      return ref.store < stores_.size() ? objectEntryId(stores_[ref.store]->uid, ref.id) : Bytes();
+    case Ref::Kind::AbEntry: return ref.id < addressBook_.size() ? abEntryId(ref.id) : Bytes();
+    default: return {};
+  }
+}
+
+Bytes Profile::shortTermEntryId(const Ref& ref) const {
+  std::lock_guard<std::recursive_mutex> guard(lock_);
+  if ((ref.kind != Ref::Kind::Folder && ref.kind != Ref::Kind::Item) || ref.store >= stores_.size())
+    return {};
+  return PIM::store::shortTermEntryId(stores_[ref.store]->uid, ref.id, session_);
+}
+
+Bytes Profile::instanceKey(size_t store, uint32_t nid) const {
+  return u32Key(static_cast<uint32_t>(store), nid);
+}
+
+HRESULT Profile::logon(LPMAPISESSION* session) {
+  if (!session) return MAPI_E_INVALID_PARAMETER;
+  *session = newSession(shared_from_this());
+  return S_OK;
+}
+
+// ---- For the MAPI objects -------------------------------------------------------------
+Store* Profile::storeAt(size_t index) {
+  return index < stores_.size() ? stores_[index].get() : nullptr;
+}
+
+Store* Profile::storeByUid(const Bytes& uid, size_t* index) {
+  for (size_t i = 0; i < stores_.size(); ++i) {
+    if (stores_[i]->uid == uid) {
+      if (index) *index = i;
+      return stores_[i].get();
+    }
+  }
+  return nullptr;
+}
+
+AbEntry* Profile::abEntry(uint32_t index) {
+  return index < addressBook_.size() ? &addressBook_[index] : nullptr;
+}
+
+std::shared_ptr<Folder> Profile::folder(size_t store, uint32_t nid) {
+  if (store >= stores_.size()) return nullptr;
+  auto& index = stores_[store]->folderIndex;
+  auto it = index.find(nid);
+  return it == index.end() ? nullptr : it->second;
+}
+
+std::shared_ptr<Item> Profile::item(size_t store, uint32_t nid) {
+  if (store >= stores_.size()) return nullptr;
+  auto& index = stores_[store]->itemIndex;
+  auto it = index.find(nid);
+  return it == index.end() ? nullptr : it->second;
+}
+
+PropList Profile::storeProps(size_t index) {
+  PropList out;
+  Store* s = storeAt(index);
+  if (!s) return out;
+  out = s->props;
+  const Bytes id = storeEntryId(s->uid);
+  out.set(Prop::ofBinary(PR_ENTRYID, id));
+  out.set(Prop::ofBinary(PR_STORE_ENTRYID, id));
+  out.set(Prop::ofBinary(PR_RECORD_KEY, s->uid));
+  out.set(Prop::ofBinary(PR_STORE_RECORD_KEY, s->uid));
+  out.set(Prop::ofBinary(PR_INSTANCE_KEY, u32Key(static_cast<uint32_t>(index), 0)));
+  out.set(Prop::ofBinary(PR_MDB_PROVIDER, Bytes(kStoreProviderUid, kStoreProviderUid + 16)));
+  out.set(Prop::ofLong(PR_OBJECT_TYPE, MAPI_STORE));
+  out.set(Prop::ofBool(PR_DEFAULT_STORE, s->isDefault));
+  out.setDefault(Prop::ofText(PR_DISPLAY_NAME_W, s->name));
+  out.setDefault(Prop::ofLong(PR_RESOURCE_FLAGS, s->isDefault ? STATUS_DEFAULT_STORE : 0));
+  out.setDefault(Prop::ofLong(PR_STORE_SUPPORT_MASK, s->options.unicode ? STORE_UNICODE_OK : 0));
+  if (s->ipmSubtree)
+    out.setDefault(Prop::ofBinary(PR_IPM_SUBTREE_ENTRYID, objectEntryId(s->uid, s->ipmSubtree)));
+  return out;
+}
+
+PropList Profile::folderProps(size_t store, const Folder& f, bool forTable) {
+  Store& s = *stores_[store];
+  PropList out = f.props;
+  const Bytes longTerm = objectEntryId(s.uid, f.nid);
+  const bool shortTerm = forTable && s.options.shortTermIdsInTables;
+  out.set(Prop::ofBinary(PR_ENTRYID,
+                         shortTerm ? PIM::store::shortTermEntryId(s.uid, f.nid, session_) : longTerm));
+  if (forTable) out.set(Prop::ofBinary(PR_LONGTERM_ENTRYID_FROM_TABLE, longTerm));
+  out.set(Prop::ofBinary(PR_RECORD_KEY, longTerm));
+  out.set(Prop::ofBinary(PR_INSTANCE_KEY, instanceKey(store, f.nid)));
+  out.set(Prop::ofBinary(PR_PARENT_ENTRYID, objectEntryId(s.uid, f.parent ? f.parent->nid : f.nid)));
+  out.set(Prop::ofBinary(PR_STORE_ENTRYID, storeEntryId(s.uid)));
+  out.set(Prop::ofBinary(PR_STORE_RECORD_KEY, s.uid));
+  out.set(Prop::ofLong(PR_OBJECT_TYPE, MAPI_FOLDER));
+  out.set(Prop::ofLong(PR_FOLDER_TYPE, f.parent ? FOLDER_GENERIC : FOLDER_ROOT));
+  out.set(Prop::ofLong(PR_CONTENT_COUNT,
+                       static_cast<int32_t>(std::count_if(
+                           f.items.begin(), f.items.end(),
+                           [](const std::shared_ptr<Item>& i) { return !i->associated; }))));
+  out.set(Prop::ofBool(PR_SUBFOLDERS, !f.folders.empty()));
+  return out;
+}
+
+PropList Profile::itemProps(size_t store, const Item& it, bool forTable) {
+  Store& s = *stores_[store];
+  PropList out = it.props;
+  if (it.nid) {
+    const Bytes longTerm = objectEntryId(s.uid, it.nid);
+    const bool shortTerm = forTable && s.options.shortTermIdsInTables;
+    out.set(Prop::ofBinary(PR_ENTRYID,
+                           shortTerm ? PIM::store::shortTermEntryId(s.uid, it.nid, session_) : longTerm));
+    out.set(Prop::ofBinary(PR_RECORD_KEY, longTerm));
+    out.set(Prop::ofBinary(PR_INSTANCE_KEY, instanceKey(store, it.nid)));
+    if (it.parent)
+      out.set(Prop::ofBinary(PR_PARENT_ENTRYID, objectEntryId(s.uid, it.parent->nid)));
+  }
+  out.set(Prop::ofBinary(PR_STORE_ENTRYID, storeEntryId(s.uid)));
+  out.set(Prop::ofLong(PR_OBJECT_TYPE, MAPI_MESSAGE));
+  const bool hasAttach = !it.attachments.empty();
+  out.setDefault(Prop::ofBool(PR_HASATTACH, hasAttach));
+  out.setDefault(Prop::ofLong(PR_MESSAGE_FLAGS, (hasAttach ? MSGFLAG_HASATTACH : 0) |
+                                                    (it.associated ? MSGFLAG_ASSOCIATED : 0) |
+                                                    MSGFLAG_READ));
+  out.setDefault(Prop::ofLong(PR_MESSAGE_SIZE, static_cast<int32_t>(sizeOf(it))));
+  if (!it.recipients.empty()) {
+    out.setDefault(Prop::ofText(PR_DISPLAY_TO_W, joinNames(it, MAPI_TO)));
+    out.setDefault(Prop::ofText(PR_DISPLAY_CC_W, joinNames(it, MAPI_CC)));
+    out.setDefault(Prop::ofText(PR_DISPLAY_BCC_W, joinNames(it, MAPI_BCC)));
+  }
+  return out;
+}
+
+PropList Profile::attachmentProps(const Attachment& a) {
+  PropList out = a.props;
+  out.set(Prop::ofLong(PR_ATTACH_NUM, static_cast<int32_t>(a.num)));
+  out.set(Prop::ofBinary(PR_INSTANCE_KEY, u32Key(0xA77AC400u, a.num)));
+  out.set(Prop::ofLong(PR_OBJECT_TYPE, MAPI_ATTACH));
+  out.setDefault(Prop::ofLong(PR_ATTACH_METHOD, a.embedded ? ATTACH_EMBEDDED_MSG : ATTACH_BY_VALUE));
+  out.setDefault(Prop::ofLong(
+      PR_ATTACH_SIZE,
+      static_cast<int32_t>(a.embedded ? sizeOf(*a.embedded) : a.data.size())));
+  return out;
+}
+
+PropList Profile::recipientProps(const Recipient& r, size_t row) {
+  PropList out = r.props;
+  out.set(Prop::ofLong(PR_ROWID, static_cast<int32_t>(row)));
+  out.set(Prop::ofBinary(PR_INSTANCE_KEY, u32Key(0x2EC10000u, static_cast<uint32_t>(row))));
+  out.set(Prop::ofLong(PR_OBJECT_TYPE, MAPI_MAILUSER));
+  out.setDefault(Prop::ofLong(PR_RECIPIENT_TYPE, MAPI_TO));
+  return out;
+}
+
+PropList Profile::abProps(uint32_t index) {
+  PropList out;
+  AbEntry* e = abEntry(index);
+  if (!e) return out;
+  out = e->props;
+  out.set(Prop::ofBinary(PR_ENTRYID, abEntryId(index)));
+  out.set(Prop::ofBinary(PR_RECORD_KEY, abEntryId(index)));
+  out.set(Prop::ofLong(PR_OBJECT_TYPE, MAPI_MAILUSER));
+  out.setDefault(Prop::ofLong(PR_DISPLAY_TYPE, 0));
+  return out;
+}
+
+std::vector<TableRow> Profile::rows(const TableSource& source) {
+  std::vector<TableRow> out;
+  switch (source.kind) {
+    case TableSource::Kind::Contents:
+    case TableSource::Kind::Associated: {
+      auto f = folder(source.store, source.folder);
+      if (!f) break;
+      const bool associated = source.kind == TableSource::Kind::Associated;
+      for (const auto& it : f->items)
+        if (it->associated == associated)
+          out.push_back(TableRow{instanceKey(source.store, it->nid),
+                                 itemProps(source.store, *it, true), it});
+      break;
+    }
+    case TableSource::Kind::Hierarchy:
+    case TableSource::Kind::DeepHierarchy: {
+      auto f = folder(source.store, source.folder);
+      if (!f) break;
+      const bool deep = source.kind == TableSource::Kind::DeepHierarchy;
+      // Depth-first, children in creation order.
+      auto walk = [&](auto& self, const Folder& parent, int32_t depth) -> void {
+        for (const auto& child : parent.folders) {
+          TableRow row{instanceKey(source.store, child->nid),
+                       folderProps(source.store, *child, true), nullptr};
+          row.props.set(Prop::ofLong(PR_DEPTH, depth));
+          out.push_back(std::move(row));
+          if (deep) self(self, *child, depth + 1);
+        }
+      };
+      walk(walk, *f, 1);
+      break;
+    }
+    case TableSource::Kind::Stores:
+      for (size_t i = 0; i < stores_.size(); ++i)
+        out.push_back(TableRow{u32Key(static_cast<uint32_t>(i), 0), storeProps(i), nullptr});
+      break;
+    case TableSource::Kind::Attachments:
+      if (source.item)
+        for (const Attachment& a : source.item->attachments)
+          out.push_back(TableRow{u32Key(0xA77AC400u, a.num), attachmentProps(a), nullptr});
+      break;
+    case TableSource::Kind::Recipients:
+      if (source.item)
+        for (size_t i = 0; i < source.item->recipients.size(); ++i)
+          out.push_back(TableRow{u32Key(0x2EC10000u, static_cast<uint32_t>(i)),
+                                 recipientProps(source.item->recipients[i], i), nullptr});
+      break;
+  }
+  return out;
+}
+
+void Profile::registerTable(TableImpl* table) { tables_.push_back(table); }
+
+void Profile::unregisterTable(TableImpl* table) {
+  tables_.erase(std::remove(tables_.begin(), tables_.end(), table), tables_.end());
+}
+
+}  // namespace PIM::store

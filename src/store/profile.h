@@ -1,0 +1,156 @@
+// A MAPI profile of the reference store: several message stores (one the
+// default), their folder trees and items, and an address book. Tests and the
+// fixture loader build and change it through this C++ interface; the system
+// reaches it through MAPI, starting from logon().
+//
+//   auto profile = PIM::store::loadFixtureFile(u"mailbox.json");
+//   PIM::ComPtr<IMAPISession> session;
+//   profile->logon(session.put());
+//   profile->addItem(profile->byKey("inbox"), item);   // the inbox's tables hear of it
+//
+// Every change to a folder's items notifies the folder's open tables that
+// were advised (fnevTableModified): TABLE_ROW_ADDED, TABLE_ROW_MODIFIED or
+// TABLE_ROW_DELETED for the row as that table shows it (none when the row is
+// outside the table's restriction before and after), and TABLE_CHANGED for
+// touchFolder(). Notifications are delivered on the thread that made the
+// change, after the profile's lock is released.
+//
+// Thread safety: every method may be called from any thread; one lock guards
+// the whole profile.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "mapi/mapi.h"
+#include "store/model.h"
+
+namespace PIM::store {
+
+class TableImpl;
+
+// A handle on one object of the profile.
+struct Ref {
+  enum class Kind { None, Store, Folder, Item, AbEntry };
+  Kind kind = Kind::None;
+  size_t store = 0;
+  uint32_t id = 0;  // folder or item nid; address-book index
+  bool valid() const { return kind != Kind::None; }
+  bool operator==(const Ref& other) const {
+    return kind == other.kind && store == other.store && id == other.id;
+  }
+};
+
+// What a table shows.
+struct TableSource {
+  enum class Kind { Contents, Associated, Hierarchy, DeepHierarchy, Stores, Attachments,
+                    Recipients };
+  Kind kind = Kind::Contents;
+  size_t store = 0;
+  uint32_t folder = 0;
+  std::shared_ptr<Item> item;  // Attachments, Recipients
+};
+
+// One row as a table computes it.
+struct TableRow {
+  Bytes instanceKey;
+  PropList props;
+  std::shared_ptr<Item> item;  // contents rows: for sub-object restrictions
+};
+
+class Profile : public std::enable_shared_from_this<Profile> {
+ public:
+  static std::shared_ptr<Profile> create();
+  ~Profile();
+  Profile(const Profile&) = delete;
+  Profile& operator=(const Profile&) = delete;
+
+  // ---- Building --------------------------------------------------------
+  // A new store with an empty root folder; returns its index. Its uid (inside
+  // all its entry ids) follows from the index, so identifiers are the same
+  // on every load of the same fixture.
+  size_t addStore(const std::u16string& name, bool isDefault, const StoreOptions& options = {});
+  size_t storeCount() const;
+  Ref storeRef(size_t store) const;
+  Ref rootFolder(size_t store) const;
+  Ref addFolder(const Ref& parent, const std::u16string& name,
+                const std::u16string& containerClass = u"");
+  void setIpmSubtree(const Ref& folder);
+  // The receive folder of a message class ("" = the default one).
+  void setReceiveFolder(const Ref& folder, const std::string& messageClass = "");
+  Ref addAbEntry(PropList props);
+  // The store's property id of a named property, registered when new.
+  ULONG namedPropId(size_t store, const PropName& name);
+  // Sets a property of a store, folder, item (notifies) or address-book entry.
+  bool setProp(const Ref& target, Prop prop);
+
+  // ---- Changing items (each notifies the folder's tables) ------------------
+  Ref addItem(const Ref& folder, Item item);
+  bool modifyItem(const Ref& item, const std::vector<Prop>& set,
+                  const std::vector<ULONG>& removeIds = {});
+  bool deleteItem(const Ref& item);
+  // Tells the folder's tables that it changed without changing an item.
+  void touchFolder(const Ref& folder);
+
+  // ---- Finding ---------------------------------------------------------------
+  void setKey(const std::string& key, const Ref& ref);
+  Ref byKey(const std::string& key) const;
+  // A folder by display names below the root, joined by '/'.
+  Ref findFolder(size_t store, const std::u16string& path) const;
+  // A copy of an item as stored (for tests).
+  std::shared_ptr<const Item> itemCopy(const Ref& item) const;
+
+  // ---- Identifiers -------------------------------------------------------
+  // Long-term: of a store, folder, item or address-book entry; empty when
+  // the object does not exist.
+  Bytes entryId(const Ref& ref) const;
+  // Short-term (folders and items), valid in this profile's sessions only.
+  Bytes shortTermEntryId(const Ref& ref) const;
+  uint32_t sessionNumber() const { return session_; }
+
+  // ---- MAPI ------------------------------------------------------------------
+  // A session on this profile; the caller owns one reference.
+  HRESULT logon(LPMAPISESSION* session);
+
+  // ---- For the store's own MAPI objects --------------------------------------
+  std::recursive_mutex& mutex() const { return lock_; }
+  // Under mutex():
+  Store* storeAt(size_t index);
+  Store* storeByUid(const Bytes& uid, size_t* index);
+  AbEntry* abEntry(uint32_t index);
+  std::shared_ptr<Folder> folder(size_t store, uint32_t nid);
+  std::shared_ptr<Item> item(size_t store, uint32_t nid);
+  PropList storeProps(size_t store);
+  PropList folderProps(size_t store, const Folder& folder, bool forTable);
+  PropList itemProps(size_t store, const Item& item, bool forTable);
+  PropList attachmentProps(const Attachment& attachment);
+  PropList recipientProps(const Recipient& recipient, size_t row);
+  PropList abProps(uint32_t index);
+  std::vector<TableRow> rows(const TableSource& source);
+  // Grows with every change; tables recompute their rows when it moved.
+  uint64_t version() const { return version_; }
+  void registerTable(TableImpl* table);
+  void unregisterTable(TableImpl* table);
+
+ private:
+  Profile();
+  Ref refOf(size_t store, const Folder* folder) const;
+  void indexItem(Store& store, const std::shared_ptr<Item>& item, Folder* parent);
+  // Collects (under the lock) and delivers (after it) the notifications of
+  // every table showing this folder.
+  void notifyFolder(size_t store, uint32_t folderNid, bool changedOnly, uint32_t itemNid = 0);
+  Bytes instanceKey(size_t store, uint32_t nid) const;
+
+  mutable std::recursive_mutex lock_;  // guards everything below
+  std::vector<std::unique_ptr<Store>> stores_;
+  std::vector<AbEntry> addressBook_;
+  std::map<std::string, Ref> keys_;
+  std::vector<TableImpl*> tables_;
+  uint32_t session_;
+  uint64_t version_ = 1;
+};
+
+}  // namespace PIM::store
