@@ -202,9 +202,9 @@ TEST(KeyStoreFileTest, ReportsAMissingOrBadHeaderAndReadsTheRest) {
   EXPECT_EQ(parsed.problems[0].line, 1u);
   EXPECT_NE(findPath(parsed.root, {u"Key"})->findValue(u"A"), nullptr);
 
-  for (const char* header : {"ferrant-keystore", "ferrant-keystore 0", "ferrant-keystore x",
-                             "ferrant-keystore 1 2", "ferrant-keystore 9999999999",
-                             "ferrant-keystore1"}) {
+  for (const char* header :
+       {"ferrant-keystore", "ferrant-keystore 0", "ferrant-keystore x", "ferrant-keystore 1 2",
+        "ferrant-keystore 9999999999", "ferrant-keystore1"}) {
     parsed = parseStoreText(std::string(header) + "\n[Key]\n");
     ASSERT_EQ(parsed.problems.size(), 1u) << header;
     EXPECT_EQ(parsed.problems[0].line, 1u) << header;
