@@ -2,12 +2,15 @@
 // MultiByteToWideChar (flags 0, no default character given).
 //
 // UTF-8 is converted here and behaves as Windows does: a lone surrogate is
-// written as U+FFFD, and each maximal ill-formed subpart of the input reads
-// as one U+FFFD. Single-byte code pages go through a 256-entry table built
-// once from iconv; multi-byte ones and UTF-7 go through iconv directly. A
-// character the code page lacks becomes '?', one per UTF-16 unit, as the
-// Windows default character does. Windows' best-fit mappings ("A" for "Ā")
-// are not copied: such characters become '?' here.
+// written as U+FFFD, and each maximal ill-formed part of the input reads as
+// one U+FFFD, except that a second byte which rules the sequence out (an
+// overlong form, a surrogate, a value above U+10FFFF) goes with its lead.
+// Single-byte code pages go through a 256-entry table built once from iconv
+// and corrected to read every byte as Windows does; multi-byte ones and
+// UTF-7 go through iconv directly. A character the code page lacks becomes
+// '?', one per UTF-16 unit, as the Windows default character does. Windows'
+// best-fit mappings ("A" for "Ā") are not copied: such characters become '?'
+// here.
 #include <errno.h>
 #include <iconv.h>
 
@@ -79,6 +82,51 @@ bool isMultiByte(uint32_t codePage) {
          codePage == kUtf7;
 }
 
+// What stands for input iconv rejects: how many bytes it covers and the
+// output written in their place.
+struct Replacement {
+  size_t length;
+  std::string output;
+};
+
+Replacement skipByte(const char*, size_t) { return {1, std::string()}; }
+Replacement unknownUnit(const char*, size_t) { return {2, "?"}; }  // input as UTF-16
+
+bool inRange(uint8_t b, uint8_t low, uint8_t high) { return b >= low && b <= high; }
+
+bool isLeadByte(uint32_t codePage, uint8_t b) {
+  if (codePage == 932) return inRange(b, 0x81, 0x9F) || inRange(b, 0xE0, 0xFC);
+  return inRange(b, 0x81, 0xFE);
+}
+
+std::string utf16Unit(char16_t c) { return {char(c & 0xFF), char(c >> 8)}; }
+
+// Single bytes of the double-byte code pages that Windows reads although
+// iconv does not.
+struct SingleByteExtra {
+  uint32_t codePage;
+  uint8_t byte;
+  char16_t character;
+};
+const SingleByteExtra kDoubleByteExtras[] = {
+    {932, 0x80, 0x0080}, {932, 0xA0, 0xF8F0}, {932, 0xFD, 0xF8F1}, {932, 0xFE, 0xF8F2},
+    {932, 0xFF, 0xF8F3}, {936, 0xFF, 0xF8F5}, {949, 0x80, 0x0080}, {949, 0xFF, 0xF8F7},
+    {950, 0x80, 0x0080}, {950, 0xFF, 0xF8F8},
+};
+
+// Windows reads a lead byte and the byte after it as one character even
+// when the pair means nothing; an unknown character is the code page's
+// default: the katakana middle dot in 932, '?' elsewhere.
+Replacement unknownDoubleByte(uint32_t codePage, const char* at, size_t left) {
+  const std::string unknown = utf16Unit(codePage == 932 ? 0x30FB : u'?');
+  const uint8_t first = uint8_t(at[0]);
+  if (left >= 2 && isLeadByte(codePage, first) && uint8_t(at[1]) >= 0x40) return {2, unknown};
+  for (const auto& extra : kDoubleByteExtras) {
+    if (extra.codePage == codePage && extra.byte == first) return {1, utf16Unit(extra.character)};
+  }
+  return {1, unknown};
+}
+
 // An open iconv descriptor, closed on destruction.
 class Iconv {
  public:
@@ -91,10 +139,10 @@ class Iconv {
   Iconv& operator=(const Iconv&) = delete;
   bool valid() const { return cd_ != iconv_t(-1); }
 
-  // Converts all of `in`; an input sequence iconv rejects (or cannot
-  // convert) is skipped by `badStep` bytes and `replacement` is appended in
-  // its place.
-  std::string run(const char* in, size_t size, size_t badStep, const std::string& replacement) {
+  // Converts all of `in`; input iconv rejects (or cannot convert) is
+  // replaced as `replace(at, left)` says.
+  template <typename Replace>
+  std::string run(const char* in, size_t size, Replace replace) {
     std::string out;
     iconv(cd_, nullptr, nullptr, nullptr, nullptr);
     char* inPtr = const_cast<char*>(in);
@@ -108,8 +156,9 @@ class Iconv {
       out.append(buffer, size_t(outPtr - buffer));
       if (error == EILSEQ || error == EINVAL) {
         flush(out);  // close any shift state before the replacement goes in
-        out += replacement;
-        size_t step = std::min(badStep, inLeft);
+        Replacement r = replace(inPtr, inLeft);
+        out += r.output;
+        size_t step = std::min(std::max<size_t>(r.length, 1), inLeft);
         inPtr += step;
         inLeft -= step;
       } else if (error != 0 && error != E2BIG) {
@@ -153,25 +202,61 @@ std::u16string fromUtf16Bytes(const std::string& bytes) {
   return text;
 }
 
-// A single-byte code page as two tables. A byte the code page leaves
-// undefined reads as the character of the same number, as Windows does for
-// the holes of 1252.
+// A single-byte code page as two tables.
 struct SingleByteTable {
   std::array<char16_t, 256> toUnicode{};
   std::unordered_map<char16_t, char> fromUnicode;
 };
 
-std::unique_ptr<SingleByteTable> buildTable(const std::string& name) {
-  Iconv decoder("UTF-16LE", name);
+constexpr uint32_t kAscii = 20127;
+
+// Where the Windows tables differ from iconv's: bytes read as another
+// character (its 28597 is the 1987 edition of ISO 8859-7).
+struct ByteOverride {
+  uint32_t codePage;
+  uint8_t byte;
+  char16_t character;
+};
+const ByteOverride kByteOverrides[] = {
+    {1255, 0xCA, 0x05BA},  {28597, 0xA1, 0x02BD}, {28597, 0xA2, 0x02BC},
+    {28597, 0xA4, 0xF7C2}, {28597, 0xA5, 0xF7C3}, {28597, 0xAA, 0xF7C4},
+    {28597, 0xAE, 0xF7C5}, {28597, 0xD2, 0xF7C6}, {28597, 0xFF, 0xF7C7},
+};
+
+// Windows reads an undefined byte as the character of the same number (the
+// holes of 1252 read as C1 controls), except from 0xA0 up in these code
+// pages, where the holes read as consecutive private-use characters in byte
+// order.
+struct PrivateUseHoles {
+  uint32_t codePage;
+  char16_t first;
+};
+const PrivateUseHoles kPrivateUseHoles[] = {
+    {874, 0xF8C1}, {1253, 0xF8F9}, {1255, 0xF88D}, {1257, 0xF8FC}};
+
+std::unique_ptr<SingleByteTable> buildTable(uint32_t codePage) {
+  Iconv decoder("UTF-16LE", iconvName(codePage));
   if (!decoder.valid()) return nullptr;
+  char16_t nextPrivate = 0;
+  for (const auto& holes : kPrivateUseHoles) {
+    if (holes.codePage == codePage) nextPrivate = holes.first;
+  }
   auto table = std::make_unique<SingleByteTable>();
-  for (int b = 255; b >= 0; --b) {
+  for (int b = 0; b < 256; ++b) {
     char byte = char(b);
-    std::u16string text = fromUtf16Bytes(decoder.run(&byte, 1, 1, std::string()));
-    char16_t c = text.size() == 1 ? text[0] : char16_t(b);
+    std::u16string text = fromUtf16Bytes(decoder.run(&byte, 1, skipByte));
+    char16_t c = text.size() == 1 ? text[0] : 0;
+    for (const auto& o : kByteOverrides) {
+      if (o.codePage == codePage && o.byte == b) c = o.character;
+    }
+    if (codePage == kAscii && b >= 0x80) {
+      c = char16_t(b & 0x7F);  // Windows drops the eighth bit
+    } else if (c == 0 && b != 0) {
+      c = nextPrivate && b >= 0xA0 ? nextPrivate++ : char16_t(b);
+    }
     table->toUnicode[size_t(b)] = c;
-    // Counting down leaves the lowest byte for a character two bytes share.
-    table->fromUnicode[c] = byte;
+    // The lowest byte wins for a character two bytes share.
+    table->fromUnicode.emplace(c, byte);
   }
   return table;
 }
@@ -183,7 +268,7 @@ const SingleByteTable* singleByteTable(uint32_t codePage) {
   static std::map<uint32_t, std::unique_ptr<SingleByteTable>> tables;
   std::lock_guard<std::mutex> guard(lock);
   auto it = tables.find(codePage);
-  if (it == tables.end()) it = tables.emplace(codePage, buildTable(iconvName(codePage))).first;
+  if (it == tables.end()) it = tables.emplace(codePage, buildTable(codePage)).first;
   return it->second.get();
 }
 
@@ -195,7 +280,7 @@ std::optional<std::string> encode(uint32_t codePage, const char16_t* text, size_
     Iconv encoder(name, "UTF-16LE");
     if (!encoder.valid()) return std::nullopt;
     std::string input = utf16Bytes(text, units);
-    return encoder.run(input.data(), input.size(), 2, "?");
+    return encoder.run(input.data(), input.size(), unknownUnit);
   }
   const SingleByteTable* table = singleByteTable(codePage);
   if (!table) return std::nullopt;
@@ -215,7 +300,10 @@ std::optional<std::u16string> decode(uint32_t codePage, const char* bytes, size_
   if (isMultiByte(codePage)) {
     Iconv decoder("UTF-16LE", name);
     if (!decoder.valid()) return std::nullopt;
-    return fromUtf16Bytes(decoder.run(bytes, size, 1, std::string("?\0", 2)));
+    auto replace = [codePage](const char* at, size_t left) {
+      return unknownDoubleByte(codePage, at, left);
+    };
+    return fromUtf16Bytes(decoder.run(bytes, size, replace));
   }
   const SingleByteTable* table = singleByteTable(codePage);
   if (!table) return std::nullopt;
@@ -232,14 +320,14 @@ size_t terminatedLength(const Char* text) {
   return n;
 }
 
-// The Win32 conventions around a conversion: count -1 converts up to and
-// including the NUL, count 0 is an error, outSize 0 asks for the size and a
+// The Win32 conventions around a conversion: a negative count (not only -1)
+// converts up to and including the NUL, count 0 is an error, outSize 0 asks for the size and a
 // buffer too small fails. Returns the units written (or needed), 0 on
 // failure.
 template <typename In, typename Out, typename Convert>
 int convertWin32Style(const In* text, int count, Out* out, int outSize, Convert convert) {
-  if (!text || count == 0 || count < -1 || outSize < 0 || (outSize > 0 && !out)) return 0;
-  const bool terminated = count == -1;
+  if (!text || count == 0 || outSize < 0 || (outSize > 0 && !out)) return 0;
+  const bool terminated = count < 0;
   auto result = convert(text, terminated ? terminatedLength(text) : size_t(count));
   if (!result) return 0;
   // The terminator is written as a NUL whatever the code page's shift state.
@@ -293,8 +381,15 @@ std::u16string utf8ToUtf16(const char* bytes, size_t size) {
     bool complete = true;
     for (int k = 0; k < extra; ++k, ++next) {
       uint8_t b = next < size ? uint8_t(bytes[next]) : 0;
-      if (next >= size || b < low || b > high) {
+      if (next >= size || b < 0x80 || b > 0xBF) {
         complete = false;
+        break;
+      }
+      if (b < low || b > high) {
+        // An overlong form, a surrogate or a value above U+10FFFF shows in
+        // the second byte; Windows drops that byte with the lead.
+        complete = false;
+        ++next;
         break;
       }
       c = (c << 6) | (b & 0x3F);
