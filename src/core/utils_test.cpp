@@ -248,17 +248,16 @@ TEST(Base64Test, EncodesEveryByteValueWithTheStandardAlphabet) {
 
 // --- Time -------------------------------------------------------------------------
 
+// A date and time of day; the day of the week is left 0.
 SystemTime makeTime(uint16_t year, uint16_t month, uint16_t day, uint16_t hour = 0,
                     uint16_t minute = 0, uint16_t second = 0, uint16_t ms = 0) {
-  SystemTime t;
-  t.year = year;
-  t.month = month;
-  t.day = day;
-  t.hour = hour;
-  t.minute = minute;
-  t.second = second;
-  t.milliseconds = ms;
-  return t;
+  return SystemTime{.year = year,
+                    .month = month,
+                    .day = day,
+                    .hour = hour,
+                    .minute = minute,
+                    .second = second,
+                    .milliseconds = ms};
 }
 
 constexpr uint64_t kOneHour = 36'000'000'000ull;
