@@ -30,8 +30,8 @@ enum class IdKind { Invalid, Object, Store, AddressBook, OneOff };
 
 struct ParsedId {
   IdKind kind = IdKind::Invalid;
-  Bytes storeUid;        // Object, Store
-  uint32_t nid = 0;      // Object
+  Bytes storeUid;    // Object, Store
+  uint32_t nid = 0;  // Object
   bool shortTerm = false;
   uint32_t session = 0;  // short-term Object
   uint32_t index = 0;    // AddressBook

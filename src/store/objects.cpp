@@ -17,10 +17,9 @@ namespace {
 
 using Lock = std::lock_guard<std::recursive_mutex>;
 
-#define PIM_FAULT(method)                                                        \
-  do {                                                                           \
-    if (HRESULT injected = FaultInjector::instance().check(name_, method))       \
-      return injected;                                                           \
+#define PIM_FAULT(method)                                                                   \
+  do {                                                                                      \
+    if (HRESULT injected = FaultInjector::instance().check(name_, method)) return injected; \
   } while (0)
 
 // ---- Streams over one property value --------------------------------------------
@@ -44,9 +43,12 @@ class PropStream final : public ComBase<IStream> {
   HRESULT STDMETHODCALLTYPE Seek(LARGE_INTEGER move, DWORD origin,
                                  ULARGE_INTEGER* newPosition) override {
     int64_t base = 0;
-    if (origin == STREAM_SEEK_CUR) base = static_cast<int64_t>(pos_);
-    else if (origin == STREAM_SEEK_END) base = static_cast<int64_t>(data_.size());
-    else if (origin != STREAM_SEEK_SET) return STG_E_INVALIDFUNCTION;
+    if (origin == STREAM_SEEK_CUR)
+      base = static_cast<int64_t>(pos_);
+    else if (origin == STREAM_SEEK_END)
+      base = static_cast<int64_t>(data_.size());
+    else if (origin != STREAM_SEEK_SET)
+      return STG_E_INVALIDFUNCTION;
     const int64_t target = base + move.QuadPart;
     if (target < 0) return STG_E_INVALIDFUNCTION;
     pos_ = static_cast<size_t>(target);
@@ -133,8 +135,8 @@ class PropObject : public ComBase<Iface> {
     PIM_FAULT("SaveChanges");
     return S_OK;
   }
-  MAPIMETHOD(GetProps)(LPSPropTagArray lpPropTagArray, ULONG, ULONG* lpcValues,
-                       LPSPropValue* lppPropArray) override {
+  MAPIMETHOD(GetProps)
+  (LPSPropTagArray lpPropTagArray, ULONG, ULONG* lpcValues, LPSPropValue* lppPropArray) override {
     PIM_FAULT("GetProps");
     if (!lpcValues || !lppPropArray) return MAPI_E_INVALID_PARAMETER;
     *lpcValues = 0;
@@ -181,8 +183,8 @@ class PropObject : public ComBase<Iface> {
     *lppPropTagArray = tags.detach();
     return S_OK;
   }
-  MAPIMETHOD(OpenProperty)(ULONG ulPropTag, LPCIID lpiid, ULONG, ULONG,
-                           LPUNKNOWN* lppUnk) override {
+  MAPIMETHOD(OpenProperty)
+  (ULONG ulPropTag, LPCIID lpiid, ULONG, ULONG, LPUNKNOWN* lppUnk) override {
     PIM_FAULT("OpenProperty");
     if (!lpiid || !lppUnk) return MAPI_E_INVALID_PARAMETER;
     *lppUnk = nullptr;
@@ -201,12 +203,13 @@ class PropObject : public ComBase<Iface> {
   MAPIMETHOD(DeleteProps)(LPSPropTagArray, LPSPropProblemArray*) override {
     return MAPI_E_NO_SUPPORT;
   }
-  MAPIMETHOD(CopyTo)(ULONG, LPCIID, LPSPropTagArray, ULONG, LPMAPIPROGRESS, LPCIID, LPVOID, ULONG,
-                     LPSPropProblemArray*) override {
+  MAPIMETHOD(CopyTo)
+  (ULONG, LPCIID, LPSPropTagArray, ULONG, LPMAPIPROGRESS, LPCIID, LPVOID, ULONG,
+   LPSPropProblemArray*) override {
     return MAPI_E_NO_SUPPORT;
   }
-  MAPIMETHOD(CopyProps)(LPSPropTagArray, ULONG, LPMAPIPROGRESS, LPCIID, LPVOID, ULONG,
-                        LPSPropProblemArray*) override {
+  MAPIMETHOD(CopyProps)
+  (LPSPropTagArray, ULONG, LPMAPIPROGRESS, LPCIID, LPVOID, ULONG, LPSPropProblemArray*) override {
     return MAPI_E_NO_SUPPORT;
   }
   MAPIMETHOD(GetNamesFromIDs)(LPSPropTagArray*, LPGUID, ULONG, ULONG*, LPMAPINAMEID**) override {
@@ -215,8 +218,9 @@ class PropObject : public ComBase<Iface> {
   // Names are looked up in the object's store. Without MAPI_CREATE an
   // unknown name comes back as PROP_TAG(PT_ERROR, 0) and the call answers
   // MAPI_W_ERRORS_RETURNED; PS_MAPI ids are property ids themselves.
-  MAPIMETHOD(GetIDsFromNames)(ULONG cPropNames, LPMAPINAMEID* lppPropNames, ULONG ulFlags,
-                              LPSPropTagArray* lppPropTags) override {
+  MAPIMETHOD(GetIDsFromNames)
+  (ULONG cPropNames, LPMAPINAMEID* lppPropNames, ULONG ulFlags,
+   LPSPropTagArray* lppPropTags) override {
     PIM_FAULT("GetIDsFromNames");
     if (!lppPropTags) return MAPI_E_INVALID_PARAMETER;
     *lppPropTags = nullptr;
@@ -234,7 +238,8 @@ class PropObject : public ComBase<Iface> {
     for (ULONG i = 0; i < cPropNames; ++i) {
       const MAPINAMEID* n = lppPropNames[i];
       ULONG id = 0;
-      if (n && n->lpguid && (n->ulKind == MNID_ID || (n->ulKind == MNID_STRING && n->Kind.lpwstrName))) {
+      if (n && n->lpguid &&
+          (n->ulKind == MNID_ID || (n->ulKind == MNID_STRING && n->Kind.lpwstrName))) {
         PropName name;
         name.set = *n->lpguid;
         name.kind = n->ulKind;
@@ -355,13 +360,14 @@ class MsgStoreImpl final : public PropObject<IMsgStore> {
     return MAPI_E_NO_SUPPORT;
   }
   MAPIMETHOD(Unadvise)(ULONG) override { return MAPI_E_NO_SUPPORT; }
-  MAPIMETHOD(CompareEntryIDs)(ULONG cb1, LPENTRYID id1, ULONG cb2, LPENTRYID id2, ULONG,
-                              ULONG* result) override {
+  MAPIMETHOD(CompareEntryIDs)
+  (ULONG cb1, LPENTRYID id1, ULONG cb2, LPENTRYID id2, ULONG, ULONG* result) override {
     PIM_FAULT("CompareEntryIDs");
     return compareIds(cb1, id1, cb2, id2, result);
   }
-  MAPIMETHOD(OpenEntry)(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, ULONG,
-                        ULONG* lpulObjType, LPUNKNOWN* lppUnk) override {
+  MAPIMETHOD(OpenEntry)
+  (ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, ULONG, ULONG* lpulObjType,
+   LPUNKNOWN* lppUnk) override {
     PIM_FAULT("OpenEntry");
     return openInStore(profile_, store_, cbEntryID, lpEntryID, lpInterface, lpulObjType, lppUnk);
   }
@@ -370,8 +376,9 @@ class MsgStoreImpl final : public PropObject<IMsgStore> {
   }
   // The folder of the longest prefix of the message class that has one
   // ("IPM.Note.X" -> "IPM.Note" -> "IPM" -> the default).
-  MAPIMETHOD(GetReceiveFolder)(LPTSTR lpszMessageClass, ULONG ulFlags, ULONG* lpcbEntryID,
-                               LPENTRYID* lppEntryID, LPTSTR* lppszExplicitClass) override {
+  MAPIMETHOD(GetReceiveFolder)
+  (LPTSTR lpszMessageClass, ULONG ulFlags, ULONG* lpcbEntryID, LPENTRYID* lppEntryID,
+   LPTSTR* lppszExplicitClass) override {
     PIM_FAULT("GetReceiveFolder");
     if (!lpcbEntryID || !lppEntryID) return MAPI_E_INVALID_PARAMETER;
     *lpcbEntryID = 0;
@@ -448,8 +455,8 @@ class FolderImpl final : public PropObject<IMAPIFolder> {
     PIM_FAULT("GetContentsTable");
     if (!lppTable) return MAPI_E_INVALID_PARAMETER;
     TableSource source;
-    source.kind = (ulFlags & MAPI_ASSOCIATED) ? TableSource::Kind::Associated
-                                              : TableSource::Kind::Contents;
+    source.kind =
+        (ulFlags & MAPI_ASSOCIATED) ? TableSource::Kind::Associated : TableSource::Kind::Contents;
     source.store = store_;
     source.folder = folder_->nid;
     *lppTable = TableImpl::create(profile_, source);
@@ -466,8 +473,9 @@ class FolderImpl final : public PropObject<IMAPIFolder> {
     *lppTable = TableImpl::create(profile_, source);
     return S_OK;
   }
-  MAPIMETHOD(OpenEntry)(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, ULONG,
-                        ULONG* lpulObjType, LPUNKNOWN* lppUnk) override {
+  MAPIMETHOD(OpenEntry)
+  (ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, ULONG, ULONG* lpulObjType,
+   LPUNKNOWN* lppUnk) override {
     PIM_FAULT("OpenEntry");
     return openInStore(profile_, store_, cbEntryID, lpEntryID, lpInterface, lpulObjType, lppUnk);
   }
@@ -487,8 +495,8 @@ class FolderImpl final : public PropObject<IMAPIFolder> {
   MAPIMETHOD(CreateFolder)(ULONG, LPTSTR, LPTSTR, LPCIID, ULONG, LPMAPIFOLDER*) override {
     return MAPI_E_NO_SUPPORT;
   }
-  MAPIMETHOD(CopyFolder)(ULONG, LPENTRYID, LPCIID, LPVOID, LPTSTR, ULONG, LPMAPIPROGRESS,
-                         ULONG) override {
+  MAPIMETHOD(CopyFolder)
+  (ULONG, LPENTRYID, LPCIID, LPVOID, LPTSTR, ULONG, LPMAPIPROGRESS, ULONG) override {
     return MAPI_E_NO_SUPPORT;
   }
   MAPIMETHOD(DeleteFolder)(ULONG, LPENTRYID, ULONG, LPMAPIPROGRESS, ULONG) override {
@@ -517,8 +525,7 @@ class FolderImpl final : public PropObject<IMAPIFolder> {
 // ---- Attachment ---------------------------------------------------------------------
 class AttachImpl final : public PropObject<IAttach> {
  public:
-  AttachImpl(std::shared_ptr<Profile> profile, size_t store, std::shared_ptr<Item> owner,
-             ULONG num)
+  AttachImpl(std::shared_ptr<Profile> profile, size_t store, std::shared_ptr<Item> owner, ULONG num)
       : PropObject(std::move(profile), store, "IAttach"), owner_(std::move(owner)), num_(num) {}
 
  private:
@@ -564,8 +571,8 @@ class MessageImpl final : public PropObject<IMessage> {
     PIM_FAULT("GetAttachmentTable");
     return table(TableSource::Kind::Attachments, lppTable);
   }
-  MAPIMETHOD(OpenAttach)(ULONG ulAttachmentNum, LPCIID lpInterface, ULONG,
-                         LPATTACH* lppAttach) override {
+  MAPIMETHOD(OpenAttach)
+  (ULONG ulAttachmentNum, LPCIID lpInterface, ULONG, LPATTACH* lppAttach) override {
     PIM_FAULT("OpenAttach");
     if (!lppAttach) return MAPI_E_INVALID_PARAMETER;
     *lppAttach = nullptr;
@@ -648,8 +655,9 @@ class SessionImpl final : public ComBase<IMAPISession> {
     *lppTable = TableImpl::create(profile_, source);
     return S_OK;
   }
-  MAPIMETHOD(OpenMsgStore)(ULONG_PTR, ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface,
-                           ULONG, LPMDB* lppMDB) override {
+  MAPIMETHOD(OpenMsgStore)
+  (ULONG_PTR, ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, ULONG,
+   LPMDB* lppMDB) override {
     PIM_FAULT("OpenMsgStore");
     if (!lppMDB || !lpEntryID) return MAPI_E_INVALID_PARAMETER;
     *lppMDB = nullptr;
@@ -672,8 +680,9 @@ class SessionImpl final : public ComBase<IMAPISession> {
   }
   MAPIMETHOD(GetStatusTable)(ULONG, LPMAPITABLE*) override { return MAPI_E_NO_SUPPORT; }
   // Address-book entries open as mail users; store objects through their store.
-  MAPIMETHOD(OpenEntry)(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, ULONG ulFlags,
-                        ULONG* lpulObjType, LPUNKNOWN* lppUnk) override {
+  MAPIMETHOD(OpenEntry)
+  (ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, ULONG ulFlags, ULONG* lpulObjType,
+   LPUNKNOWN* lppUnk) override {
     PIM_FAULT("OpenEntry");
     if (!lppUnk || !lpulObjType || !lpEntryID || !cbEntryID) return MAPI_E_INVALID_PARAMETER;
     *lppUnk = nullptr;
@@ -695,8 +704,7 @@ class SessionImpl final : public ComBase<IMAPISession> {
           Lock lock(profile_->mutex());
           if (!profile_->storeByUid(id.storeUid, &index)) return MAPI_E_NOT_FOUND;
         }
-        return openInStore(profile_, index, cbEntryID, lpEntryID, lpInterface, lpulObjType,
-                           lppUnk);
+        return openInStore(profile_, index, cbEntryID, lpEntryID, lpInterface, lpulObjType, lppUnk);
       }
       case IdKind::Store: {
         LPMDB store = nullptr;
@@ -707,11 +715,12 @@ class SessionImpl final : public ComBase<IMAPISession> {
         }
         return hr;
       }
-      default: return MAPI_E_UNKNOWN_ENTRYID;
+      default:
+        return MAPI_E_UNKNOWN_ENTRYID;
     }
   }
-  MAPIMETHOD(CompareEntryIDs)(ULONG cb1, LPENTRYID id1, ULONG cb2, LPENTRYID id2, ULONG,
-                              ULONG* result) override {
+  MAPIMETHOD(CompareEntryIDs)
+  (ULONG cb1, LPENTRYID id1, ULONG cb2, LPENTRYID id2, ULONG, ULONG* result) override {
     PIM_FAULT("CompareEntryIDs");
     return compareIds(cb1, id1, cb2, id2, result);
   }
@@ -730,8 +739,9 @@ class SessionImpl final : public ComBase<IMAPISession> {
   MAPIMETHOD(Logoff)(ULONG_PTR, ULONG, ULONG) override { return S_OK; }
   MAPIMETHOD(SetDefaultStore)(ULONG, ULONG, LPENTRYID) override { return MAPI_E_NO_SUPPORT; }
   MAPIMETHOD(AdminServices)(ULONG, LPSERVICEADMIN*) override { return MAPI_E_NO_SUPPORT; }
-  MAPIMETHOD(ShowForm)(ULONG_PTR, LPMDB, LPMAPIFOLDER, LPCIID, ULONG, LPMESSAGE, ULONG, ULONG,
-                       ULONG, ULONG, LPSTR) override {
+  MAPIMETHOD(ShowForm)
+  (ULONG_PTR, LPMDB, LPMAPIFOLDER, LPCIID, ULONG, LPMESSAGE, ULONG, ULONG, ULONG, ULONG,
+   LPSTR) override {
     return MAPI_E_NO_SUPPORT;
   }
   MAPIMETHOD(PrepareForm)(LPCIID, LPMESSAGE, ULONG*) override { return MAPI_E_NO_SUPPORT; }

@@ -170,7 +170,8 @@ bool Profile::setProp(const Ref& target, Prop prop) {
         return true;
       }
       return false;
-    default: return false;
+    default:
+      return false;
   }
 }
 
@@ -301,8 +302,10 @@ Bytes Profile::entryId(const Ref& ref) const {
     case Ref::Kind::Folder:
     case Ref::Kind::Item:
       return ref.store < stores_.size() ? objectEntryId(stores_[ref.store]->uid, ref.id) : Bytes();
-    case Ref::Kind::AbEntry: return ref.id < addressBook_.size() ? abEntryId(ref.id) : Bytes();
-    default: return {};
+    case Ref::Kind::AbEntry:
+      return ref.id < addressBook_.size() ? abEntryId(ref.id) : Bytes();
+    default:
+      return {};
   }
 }
 
@@ -383,12 +386,13 @@ PropList Profile::folderProps(size_t store, const Folder& f, bool forTable) {
   PropList out = f.props;
   const Bytes longTerm = objectEntryId(s.uid, f.nid);
   const bool shortTerm = forTable && s.options.shortTermIdsInTables;
-  out.set(Prop::ofBinary(PR_ENTRYID,
-                         shortTerm ? PIM::store::shortTermEntryId(s.uid, f.nid, session_) : longTerm));
+  out.set(Prop::ofBinary(
+      PR_ENTRYID, shortTerm ? PIM::store::shortTermEntryId(s.uid, f.nid, session_) : longTerm));
   if (forTable) out.set(Prop::ofBinary(PR_LONGTERM_ENTRYID_FROM_TABLE, longTerm));
   out.set(Prop::ofBinary(PR_RECORD_KEY, longTerm));
   out.set(Prop::ofBinary(PR_INSTANCE_KEY, instanceKey(store, f.nid)));
-  out.set(Prop::ofBinary(PR_PARENT_ENTRYID, objectEntryId(s.uid, f.parent ? f.parent->nid : f.nid)));
+  out.set(
+      Prop::ofBinary(PR_PARENT_ENTRYID, objectEntryId(s.uid, f.parent ? f.parent->nid : f.nid)));
   out.set(Prop::ofBinary(PR_STORE_ENTRYID, storeEntryId(s.uid)));
   out.set(Prop::ofBinary(PR_STORE_RECORD_KEY, s.uid));
   out.set(Prop::ofLong(PR_OBJECT_TYPE, MAPI_FOLDER));
@@ -407,12 +411,11 @@ PropList Profile::itemProps(size_t store, const Item& it, bool forTable) {
   if (it.nid) {
     const Bytes longTerm = objectEntryId(s.uid, it.nid);
     const bool shortTerm = forTable && s.options.shortTermIdsInTables;
-    out.set(Prop::ofBinary(PR_ENTRYID,
-                           shortTerm ? PIM::store::shortTermEntryId(s.uid, it.nid, session_) : longTerm));
+    out.set(Prop::ofBinary(
+        PR_ENTRYID, shortTerm ? PIM::store::shortTermEntryId(s.uid, it.nid, session_) : longTerm));
     out.set(Prop::ofBinary(PR_RECORD_KEY, longTerm));
     out.set(Prop::ofBinary(PR_INSTANCE_KEY, instanceKey(store, it.nid)));
-    if (it.parent)
-      out.set(Prop::ofBinary(PR_PARENT_ENTRYID, objectEntryId(s.uid, it.parent->nid)));
+    if (it.parent) out.set(Prop::ofBinary(PR_PARENT_ENTRYID, objectEntryId(s.uid, it.parent->nid)));
   }
   out.set(Prop::ofBinary(PR_STORE_ENTRYID, storeEntryId(s.uid)));
   out.set(Prop::ofLong(PR_OBJECT_TYPE, MAPI_MESSAGE));
@@ -435,10 +438,10 @@ PropList Profile::attachmentProps(const Attachment& a) {
   out.set(Prop::ofLong(PR_ATTACH_NUM, static_cast<int32_t>(a.num)));
   out.set(Prop::ofBinary(PR_INSTANCE_KEY, u32Key(0xA77AC400u, a.num)));
   out.set(Prop::ofLong(PR_OBJECT_TYPE, MAPI_ATTACH));
-  out.setDefault(Prop::ofLong(PR_ATTACH_METHOD, a.embedded ? ATTACH_EMBEDDED_MSG : ATTACH_BY_VALUE));
+  out.setDefault(
+      Prop::ofLong(PR_ATTACH_METHOD, a.embedded ? ATTACH_EMBEDDED_MSG : ATTACH_BY_VALUE));
   out.setDefault(Prop::ofLong(
-      PR_ATTACH_SIZE,
-      static_cast<int32_t>(a.embedded ? sizeOf(*a.embedded) : a.data.size())));
+      PR_ATTACH_SIZE, static_cast<int32_t>(a.embedded ? sizeOf(*a.embedded) : a.data.size())));
   return out;
 }
 
@@ -473,8 +476,8 @@ std::vector<TableRow> Profile::rows(const TableSource& source) {
       const bool associated = source.kind == TableSource::Kind::Associated;
       for (const auto& it : f->items)
         if (it->associated == associated)
-          out.push_back(TableRow{instanceKey(source.store, it->nid),
-                                 itemProps(source.store, *it, true), it});
+          out.push_back(
+              TableRow{instanceKey(source.store, it->nid), itemProps(source.store, *it, true), it});
       break;
     }
     case TableSource::Kind::Hierarchy:

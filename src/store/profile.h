@@ -46,8 +46,15 @@ struct Ref {
 
 // What a table shows.
 struct TableSource {
-  enum class Kind { Contents, Associated, Hierarchy, DeepHierarchy, Stores, Attachments,
-                    Recipients };
+  enum class Kind {
+    Contents,
+    Associated,
+    Hierarchy,
+    DeepHierarchy,
+    Stores,
+    Attachments,
+    Recipients
+  };
   Kind kind = Kind::Contents;
   size_t store = 0;
   uint32_t folder = 0;

@@ -22,8 +22,10 @@ HRESULT copyAt(const SRestriction& in, Restriction& out, int depth) {
     return S_OK;
   };
   switch (in.rt) {
-    case RES_AND: return copyChildren(in.res.resAnd.cRes, in.res.resAnd.lpRes);
-    case RES_OR: return copyChildren(in.res.resOr.cRes, in.res.resOr.lpRes);
+    case RES_AND:
+      return copyChildren(in.res.resAnd.cRes, in.res.resAnd.lpRes);
+    case RES_OR:
+      return copyChildren(in.res.resOr.cRes, in.res.resOr.lpRes);
     case RES_NOT:
       if (!in.res.resNot.lpRes) return MAPI_E_INVALID_PARAMETER;
       return copyChildren(1, in.res.resNot.lpRes);
@@ -71,7 +73,9 @@ HRESULT copyAt(const SRestriction& in, Restriction& out, int depth) {
       out.tag = in.res.resSize.ulPropTag;
       out.number = in.res.resSize.cb;
       return S_OK;
-    case RES_EXIST: out.tag = in.res.resExist.ulPropTag; return S_OK;
+    case RES_EXIST:
+      out.tag = in.res.resExist.ulPropTag;
+      return S_OK;
     case RES_SUBRESTRICTION:
       if (!in.res.resSub.lpRes) return MAPI_E_INVALID_PARAMETER;
       out.relop = in.res.resSub.ulSubObject;
@@ -80,19 +84,27 @@ HRESULT copyAt(const SRestriction& in, Restriction& out, int depth) {
       return copyChildren(1, in.res.resSub.lpRes);
     case RES_COMMENT:
       return in.res.resComment.lpRes ? copyChildren(1, in.res.resComment.lpRes) : S_OK;
-    default: return MAPI_E_TOO_COMPLEX;
+    default:
+      return MAPI_E_TOO_COMPLEX;
   }
 }
 
 bool relate(ULONG relop, int c) {
   switch (relop) {
-    case RELOP_LT: return c < 0;
-    case RELOP_LE: return c <= 0;
-    case RELOP_GT: return c > 0;
-    case RELOP_GE: return c >= 0;
-    case RELOP_EQ: return c == 0;
-    case RELOP_NE: return c != 0;
-    default: return false;
+    case RELOP_LT:
+      return c < 0;
+    case RELOP_LE:
+      return c <= 0;
+    case RELOP_GT:
+      return c > 0;
+    case RELOP_GE:
+      return c >= 0;
+    case RELOP_EQ:
+      return c == 0;
+    case RELOP_NE:
+      return c != 0;
+    default:
+      return false;
   }
 }
 
@@ -147,10 +159,12 @@ std::u16string fuzzyText(const std::u16string& text, ULONG fuzzy) {
 template <class Seq>
 bool containsBy(const Seq& hay, const Seq& needle, ULONG how) {
   switch (how) {
-    case FL_FULLSTRING: return hay == needle;
+    case FL_FULLSTRING:
+      return hay == needle;
     case FL_PREFIX:
       return hay.size() >= needle.size() && std::equal(needle.begin(), needle.end(), hay.begin());
-    default: return std::search(hay.begin(), hay.end(), needle.begin(), needle.end()) != hay.end();
+    default:
+      return std::search(hay.begin(), hay.end(), needle.begin(), needle.end()) != hay.end();
   }
 }
 
@@ -184,9 +198,12 @@ bool evaluate(const Restriction& r, const RowAccess& row) {
       for (const Restriction& c : r.children)
         if (evaluate(c, row)) return true;
       return false;
-    case RES_NOT: return !evaluate(r.children.at(0), row);
-    case RES_COMMENT: return r.children.empty() || evaluate(r.children[0], row);
-    case RES_EXIST: return present(row, r.tag) != nullptr;
+    case RES_NOT:
+      return !evaluate(r.children.at(0), row);
+    case RES_COMMENT:
+      return r.children.empty() || evaluate(r.children[0], row);
+    case RES_EXIST:
+      return present(row, r.tag) != nullptr;
     case RES_PROPERTY: {
       const Prop* have = present(row, r.tag);
       return have && propertyMatches(r, *have);
@@ -225,7 +242,8 @@ bool evaluate(const Restriction& r, const RowAccess& row) {
       }
       return false;
     }
-    default: return false;
+    default:
+      return false;
   }
 }
 

@@ -30,10 +30,10 @@ namespace PIM::store {
 
 struct Restriction {
   ULONG rt = RES_AND;
-  ULONG relop = 0;     // relation, fuzzy level, BMR_* or sub-object tag
-  ULONG tag = 0;       // property (first property of RES_COMPAREPROPS)
-  ULONG tag2 = 0;      // second property of RES_COMPAREPROPS
-  ULONG number = 0;    // mask of RES_BITMASK, size of RES_SIZE
+  ULONG relop = 0;   // relation, fuzzy level, BMR_* or sub-object tag
+  ULONG tag = 0;     // property (first property of RES_COMPAREPROPS)
+  ULONG tag2 = 0;    // second property of RES_COMPAREPROPS
+  ULONG number = 0;  // mask of RES_BITMASK, size of RES_SIZE
   bool hasValue = false;
   Prop value;
   std::shared_ptr<std::regex> regex;

@@ -9,10 +9,9 @@
 namespace PIM::store {
 namespace {
 
-#define PIM_TABLE_FAULT(method)                                                   \
-  do {                                                                            \
-    if (HRESULT injected = FaultInjector::instance().check("IMAPITable", method)) \
-      return injected;                                                            \
+#define PIM_TABLE_FAULT(method)                                                                    \
+  do {                                                                                             \
+    if (HRESULT injected = FaultInjector::instance().check("IMAPITable", method)) return injected; \
   } while (0)
 
 // A table row as restrictions and sorts see it.
@@ -27,8 +26,7 @@ class RowView : public RowAccess {
       for (size_t i = 0; i < row_.item->recipients.size(); ++i)
         out.push_back(profile_.recipientProps(row_.item->recipients[i], i));
     } else if (subObject == PR_MESSAGE_ATTACHMENTS) {
-      for (const Attachment& a : row_.item->attachments)
-        out.push_back(profile_.attachmentProps(a));
+      for (const Attachment& a : row_.item->attachments) out.push_back(profile_.attachmentProps(a));
     }
     return out;
   }
@@ -42,17 +40,17 @@ std::vector<ULONG> defaultColumns(TableSource::Kind kind) {
   switch (kind) {
     case TableSource::Kind::Hierarchy:
     case TableSource::Kind::DeepHierarchy:
-      return {PR_ENTRYID, PR_DISPLAY_NAME_W, PR_INSTANCE_KEY, PR_SUBFOLDERS, PR_CONTAINER_CLASS_W,
-              PR_DEPTH};
+      return {PR_ENTRYID,    PR_DISPLAY_NAME_W,    PR_INSTANCE_KEY,
+              PR_SUBFOLDERS, PR_CONTAINER_CLASS_W, PR_DEPTH};
     case TableSource::Kind::Stores:
-      return {PR_ENTRYID, PR_DISPLAY_NAME_W, PR_DEFAULT_STORE, PR_INSTANCE_KEY, PR_RECORD_KEY,
-              PR_RESOURCE_FLAGS, PR_MDB_PROVIDER};
+      return {PR_ENTRYID,    PR_DISPLAY_NAME_W, PR_DEFAULT_STORE, PR_INSTANCE_KEY,
+              PR_RECORD_KEY, PR_RESOURCE_FLAGS, PR_MDB_PROVIDER};
     case TableSource::Kind::Attachments:
-      return {PR_ATTACH_NUM, PR_INSTANCE_KEY, PR_ATTACH_METHOD, PR_DISPLAY_NAME_W,
+      return {PR_ATTACH_NUM,        PR_INSTANCE_KEY,           PR_ATTACH_METHOD, PR_DISPLAY_NAME_W,
               PR_ATTACH_FILENAME_W, PR_ATTACH_LONG_FILENAME_W, PR_ATTACH_SIZE};
     case TableSource::Kind::Recipients:
-      return {PR_ROWID, PR_INSTANCE_KEY, PR_DISPLAY_NAME_W, PR_RECIPIENT_TYPE, PR_ADDRTYPE_W,
-              PR_EMAIL_ADDRESS_W, PR_ENTRYID};
+      return {PR_ROWID,      PR_INSTANCE_KEY,    PR_DISPLAY_NAME_W, PR_RECIPIENT_TYPE,
+              PR_ADDRTYPE_W, PR_EMAIL_ADDRESS_W, PR_ENTRYID};
     default:
       return {PR_ENTRYID, PR_INSTANCE_KEY, PR_MESSAGE_CLASS_W, PR_SUBJECT_W, PR_MESSAGE_FLAGS};
   }
@@ -197,8 +195,7 @@ HRESULT TableImpl::GetLastError(HRESULT, ULONG, LPMAPIERROR* lppMAPIError) {
   return S_OK;
 }
 
-HRESULT TableImpl::Advise(ULONG ulEventMask, LPMAPIADVISESINK lpAdviseSink,
-                          ULONG* lpulConnection) {
+HRESULT TableImpl::Advise(ULONG ulEventMask, LPMAPIADVISESINK lpAdviseSink, ULONG* lpulConnection) {
   PIM_TABLE_FAULT("Advise");
   if (!lpAdviseSink || !lpulConnection) return MAPI_E_INVALID_PARAMETER;
   if (!(ulEventMask & (fnevTableModified | fnevCriticalError))) return MAPI_E_INVALID_PARAMETER;
@@ -248,8 +245,7 @@ HRESULT TableImpl::QueryColumns(ULONG ulFlags, LPSPropTagArray* lpPropTagArray) 
     for (const TableRow& row : profile_->rows(source_))
       for (const Prop& p : row.props.all())
         if (p.type() != PT_ERROR && p.type() != PT_OBJECT &&
-            std::none_of(tags.begin(), tags.end(),
-                         [&p](ULONG t) { return PROP_ID(t) == p.id(); }))
+            std::none_of(tags.begin(), tags.end(), [&p](ULONG t) { return PROP_ID(t) == p.id(); }))
           tags.push_back(p.tag);
   }
   MapiBuffer<SPropTagArray> out;
@@ -300,7 +296,7 @@ HRESULT TableImpl::SeekRowApprox(ULONG ulNumerator, ULONG ulDenominator) {
   std::lock_guard<std::recursive_mutex> guard(profile_->mutex());
   refresh();
   cursor_ = std::min<size_t>(view_.size(), static_cast<size_t>(static_cast<uint64_t>(view_.size()) *
-                                                              ulNumerator / ulDenominator));
+                                                               ulNumerator / ulDenominator));
   return S_OK;
 }
 
@@ -369,7 +365,8 @@ HRESULT TableImpl::SortTable(LPSSortOrderSet lpSortCriteria, ULONG) {
   // Categorized views and sorting on single values of multi-valued
   // properties are beyond this store, as they are beyond many real ones.
   if (lpSortCriteria->cCategories != 0) return MAPI_E_TOO_COMPLEX;
-  std::vector<SSortOrder> keys(lpSortCriteria->aSort, lpSortCriteria->aSort + lpSortCriteria->cSorts);
+  std::vector<SSortOrder> keys(lpSortCriteria->aSort,
+                               lpSortCriteria->aSort + lpSortCriteria->cSorts);
   for (const SSortOrder& key : keys)
     if ((PROP_TYPE(key.ulPropTag) & MV_INSTANCE) || key.ulOrder > TABLE_SORT_DESCEND)
       return MAPI_E_TOO_COMPLEX;

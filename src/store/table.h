@@ -33,8 +33,8 @@ class TableImpl final : public ComBase<IMAPITable> {
   void collectNotifications(const Bytes& changedKey, std::vector<PendingNotification>& out);
 
   MAPIMETHOD(GetLastError)(HRESULT hResult, ULONG ulFlags, LPMAPIERROR* lppMAPIError) override;
-  MAPIMETHOD(Advise)(ULONG ulEventMask, LPMAPIADVISESINK lpAdviseSink,
-                     ULONG* lpulConnection) override;
+  MAPIMETHOD(Advise)
+  (ULONG ulEventMask, LPMAPIADVISESINK lpAdviseSink, ULONG* lpulConnection) override;
   MAPIMETHOD(Unadvise)(ULONG ulConnection) override;
   MAPIMETHOD(GetStatus)(ULONG* lpulTableStatus, ULONG* lpulTableType) override;
   MAPIMETHOD(SetColumns)(LPSPropTagArray lpPropTagArray, ULONG ulFlags) override;
@@ -42,8 +42,7 @@ class TableImpl final : public ComBase<IMAPITable> {
   MAPIMETHOD(GetRowCount)(ULONG ulFlags, ULONG* lpulCount) override;
   MAPIMETHOD(SeekRow)(BOOKMARK bkOrigin, LONG lRowCount, LONG* lplRowsSought) override;
   MAPIMETHOD(SeekRowApprox)(ULONG ulNumerator, ULONG ulDenominator) override;
-  MAPIMETHOD(QueryPosition)(ULONG* lpulRow, ULONG* lpulNumerator,
-                            ULONG* lpulDenominator) override;
+  MAPIMETHOD(QueryPosition)(ULONG* lpulRow, ULONG* lpulNumerator, ULONG* lpulDenominator) override;
   MAPIMETHOD(FindRow)(LPSRestriction lpRestriction, BOOKMARK bkOrigin, ULONG ulFlags) override;
   MAPIMETHOD(Restrict)(LPSRestriction lpRestriction, ULONG ulFlags) override;
   MAPIMETHOD(CreateBookmark)(BOOKMARK* lpbkPosition) override;
@@ -52,15 +51,17 @@ class TableImpl final : public ComBase<IMAPITable> {
   MAPIMETHOD(QuerySortOrder)(LPSSortOrderSet* lppSortCriteria) override;
   MAPIMETHOD(QueryRows)(LONG lRowCount, ULONG ulFlags, LPSRowSet* lppRows) override;
   MAPIMETHOD(Abort)() override;
-  MAPIMETHOD(ExpandRow)(ULONG cbInstanceKey, LPBYTE pbInstanceKey, ULONG ulRowCount,
-                        ULONG ulFlags, LPSRowSet* lppRows, ULONG* lpulMoreRows) override;
-  MAPIMETHOD(CollapseRow)(ULONG cbInstanceKey, LPBYTE pbInstanceKey, ULONG ulFlags,
-                          ULONG* lpulRowCount) override;
+  MAPIMETHOD(ExpandRow)
+  (ULONG cbInstanceKey, LPBYTE pbInstanceKey, ULONG ulRowCount, ULONG ulFlags, LPSRowSet* lppRows,
+   ULONG* lpulMoreRows) override;
+  MAPIMETHOD(CollapseRow)
+  (ULONG cbInstanceKey, LPBYTE pbInstanceKey, ULONG ulFlags, ULONG* lpulRowCount) override;
   MAPIMETHOD(WaitForCompletion)(ULONG ulFlags, ULONG ulTimeout, ULONG* lpulTableStatus) override;
-  MAPIMETHOD(GetCollapseState)(ULONG ulFlags, ULONG cbInstanceKey, LPBYTE lpbInstanceKey,
-                               ULONG* lpcbCollapseState, LPBYTE* lppbCollapseState) override;
-  MAPIMETHOD(SetCollapseState)(ULONG ulFlags, ULONG cbCollapseState, LPBYTE pbCollapseState,
-                               BOOKMARK* lpbkLocation) override;
+  MAPIMETHOD(GetCollapseState)
+  (ULONG ulFlags, ULONG cbInstanceKey, LPBYTE lpbInstanceKey, ULONG* lpcbCollapseState,
+   LPBYTE* lppbCollapseState) override;
+  MAPIMETHOD(SetCollapseState)
+  (ULONG ulFlags, ULONG cbCollapseState, LPBYTE pbCollapseState, BOOKMARK* lpbkLocation) override;
 
  private:
   TableImpl(std::shared_ptr<Profile> profile, TableSource source);

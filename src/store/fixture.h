@@ -1,0 +1,32 @@
+// Loads a Profile from a JSON fixture file (format: docs/fixture-format.md).
+//
+//   try {
+//     auto profile = PIM::store::loadFixtureFile(u"tests/mailbox.json");
+//   } catch (const PIM::store::FixtureError& e) {
+//     // e.what(): "tests/mailbox.json: /stores/0/root/folders/1/items/3/props/2/value:
+//     //            PT_SYSTIME wants a date text such as 2024-03-01T09:30:00Z"
+//   }
+//
+// A malformed fixture throws one FixtureError naming the file, the place (a
+// JSON pointer, or line and column for bad JSON) and what is wrong; nothing
+// else escapes (allocation failure aside).
+#pragma once
+
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+#include "store/profile.h"
+
+namespace PIM::store {
+
+class FixtureError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+std::shared_ptr<Profile> loadFixtureFile(const std::u16string& path);
+// The same from text; `fileName` names it in errors.
+std::shared_ptr<Profile> loadFixtureText(const std::string& text, const std::string& fileName);
+
+}  // namespace PIM::store
