@@ -67,8 +67,10 @@ size_t signalIndex(int signal) {
 }
 
 // Alternate stacks are per thread: the installing thread gets one unless it
-// has one already. The memory stays reachable here and is never freed, as
-// the thread may still be running on it when the hook is removed.
+// has one already. On other threads the handler runs on the thread's own
+// stack, so their stack overflows end the process without a report. The
+// memory stays reachable here and is never freed, as the thread may still be
+// running on it when the hook is removed.
 void ensureAlternateStack() {
   stack_t current;
   if (sigaltstack(nullptr, &current) == 0 && !(current.ss_flags & SS_DISABLE)) return;
