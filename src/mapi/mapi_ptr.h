@@ -98,6 +98,7 @@ class MapiBuffer {
 
   T* get() const noexcept { return p_; }
   T* operator->() const noexcept { return p_; }
+  T& operator*() const noexcept { return *p_; }
   explicit operator bool() const noexcept { return p_ != nullptr; }
   void reset(T* p = nullptr) noexcept {
     T* old = p_;

@@ -763,9 +763,10 @@ class Loader {
   }
 
   void fillStore(const Json& j, const Path& p, size_t store) {
-    if (j.contains("props"))
-      for (const Prop& prop : props(j["props"], p / "props", store).all())
-        profile_->setProp(profile_->storeRef(store), prop);
+    if (j.contains("props")) {
+      const PropList list = props(j["props"], p / "props", store);
+      for (const Prop& prop : list.all()) profile_->setProp(profile_->storeRef(store), prop);
+    }
     if (j.contains("ipmSubtree")) {
       const Ref f = folderKey(j["ipmSubtree"], p / "ipmSubtree");
       if (f.store != store) fail(p / "ipmSubtree", "the folder is in another store");
@@ -790,9 +791,10 @@ class Loader {
   }
 
   void fillFolder(const Json& j, const Path& p, const Ref& folder, size_t store) {
-    if (j.contains("props"))
-      for (const Prop& prop : props(j["props"], p / "props", store).all())
-        profile_->setProp(folder, prop);
+    if (j.contains("props")) {
+      const PropList list = props(j["props"], p / "props", store);
+      for (const Prop& prop : list.all()) profile_->setProp(folder, prop);
+    }
     if (j.contains("items")) {
       const Json& items = j["items"];
       expectArray(items, p / "items");
