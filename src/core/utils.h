@@ -35,8 +35,9 @@ std::u16string fromUtf8(const std::string& bytes);
 std::string base64Encode(const std::string& bytes);
 
 // File time (100 ns units since 1601-01-01) and broken-down time, both
-// without a zone. False for dates outside 1601..30827 or impossible fields
-// (day of week is ignored going in and set coming out).
+// without a zone. The first fails for years outside 1601..30827 and for
+// impossible fields (the day of the week is not read); the second for times
+// above 2^63 - 1, and sets the day of the week.
 bool systemTimeToFileTime(const SystemTime& time, uint64_t& fileTime);
 bool fileTimeToSystemTime(uint64_t fileTime, SystemTime& time);
 
@@ -50,12 +51,21 @@ uint64_t timeToGMT(uint64_t localFileTime);
 bool createUniqueFileName(const std::u16string& folder, const std::u16string& prefix,
                           const std::u16string& suffix, std::u16string& name);
 
+// The shell special folder, or empty text.
 std::u16string getSpecialPath(int csidl);
-// The folder of the program's own module, ending in the path separator.
+// The folder of the program's own module, ending in the path separator; a
+// "Release" or "Debug" folder holding the module is left out.
 std::u16string getDllPath();
+// Whether the path names a file or folder. A trailing separator is cut
+// together with the character before it ("C:	emp" tests "C:	em").
 bool pathExists(const std::u16string& path);
 bool fileExists(const std::u16string& path);
+// Creates the last folder of the path unless it exists (parents must);
+// true if it exists afterwards.
 bool createPath(const std::u16string& path);
+// The maker folder under the local application data, and the data and logs
+// folders in it; each is created if missing, and is empty text (with a log
+// line) when it cannot be.
 std::u16string getCorvelFolder();
 std::u16string getDataFolder();
 std::u16string getLogsFolder();
