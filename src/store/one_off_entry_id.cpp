@@ -10,8 +10,9 @@ Bytes encodeOneOffEntryId(const OneOffEntryId& entry) {
   out.insert(out.end(), kOneOffProviderUid, kOneOffProviderUid + 16);
   out.push_back(0);  // version
   out.push_back(0);
-  const uint16_t flags = static_cast<uint16_t>((entry.unicode ? MAPI_ONE_OFF_UNICODE : 0) |
-                                               (entry.noRichInfo ? MAPI_ONE_OFF_NO_RICH_INFO : 0));
+  const uint16_t flags =
+      static_cast<uint16_t>((entry.unicode ? MAPI_ONE_OFF_UNICODE : 0) |
+                            (entry.noRichInfo ? MAPI_ONE_OFF_NO_RICH_INFO : 0) | entry.otherFlags);
   out.push_back(static_cast<uint8_t>(flags & 0xFF));
   out.push_back(static_cast<uint8_t>(flags >> 8));
   for (const std::u16string* text : {&entry.displayName, &entry.addressType, &entry.address}) {

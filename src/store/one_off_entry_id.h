@@ -24,6 +24,7 @@ struct OneOffEntryId {
   bool unicode = true;
   bool noRichInfo = false;
   uint32_t codePage = 1252;  // for 8-bit strings
+  uint16_t otherFlags = 0;   // further bits of the flags word (format, encoding preference)
 };
 
 Bytes encodeOneOffEntryId(const OneOffEntryId& entry);

@@ -1,0 +1,214 @@
+// Change notifications of the store's tables and the fault injector's busy
+// and failure answers.
+#include <gtest/gtest.h>
+
+#include <atomic>
+
+#include "store/store_test_util.h"
+
+namespace PIM::store::testing {
+namespace {
+
+// Records every table notification it receives.
+class RecordingSink final : public IMAPIAdviseSink {
+ public:
+  struct Event {
+    ULONG type;
+    Bytes index;
+    Bytes prior;
+    std::vector<std::string> row;  // text columns of the row
+  };
+  std::vector<Event> events;
+
+  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
+    if (iid != IID_IUnknown && iid != IID_IMAPIAdviseSink) return E_NOINTERFACE;
+    *out = this;
+    AddRef();
+    return S_OK;
+  }
+  ULONG STDMETHODCALLTYPE AddRef() override { return ++refs; }
+  ULONG STDMETHODCALLTYPE Release() override { return --refs; }
+  ULONG STDMETHODCALLTYPE OnNotify(ULONG count, LPNOTIFICATION n) override {
+    for (ULONG i = 0; i < count; ++i) {
+      EXPECT_EQ(n[i].ulEventType, static_cast<ULONG>(fnevTableModified));
+      const TABLE_NOTIFICATION& t = n[i].info.tab;
+      Event e{t.ulTableEvent, {}, {}, {}};
+      if (t.propIndex.ulPropTag == PR_INSTANCE_KEY) e.index = bytesOf(t.propIndex.Value.bin);
+      if (t.propPrior.ulPropTag == PR_INSTANCE_KEY) e.prior = bytesOf(t.propPrior.Value.bin);
+      for (ULONG c = 0; c < t.row.cValues; ++c)
+        if (PROP_TYPE(t.row.lpProps[c].ulPropTag) == PT_UNICODE)
+          e.row.push_back(textOf(t.row.lpProps[c]));
+      events.push_back(std::move(e));
+    }
+    return 0;
+  }
+  std::atomic<ULONG> refs{1};
+};
+
+class NotifyTest : public StoreTest {
+ protected:
+  Item note(const std::u16string& subject, int32_t importance) {
+    Item item;
+    item.props.set(Prop::ofText(PR_MESSAGE_CLASS_W, u"IPM.Note"));
+    item.props.set(Prop::ofText(PR_SUBJECT_W, subject));
+    item.props.set(Prop::ofLong(PR_IMPORTANCE, importance));
+    return item;
+  }
+};
+
+TEST_F(NotifyTest, EveryChangeToTheFolderNotifiesItsAdvisedTables) {
+  RecordingSink sink;
+  auto table = contents("inbox");
+  setColumns(table.get(), {PR_SUBJECT_W, PR_INSTANCE_KEY});
+  ULONG connection = 0;
+  ASSERT_EQ(table->Advise(fnevTableModified, &sink, &connection), S_OK);
+  EXPECT_EQ(sink.refs, 2u) << "the table holds the sink";
+
+  const Ref added = profile_->addItem(profile_->byKey("inbox"), note(u"Fresh", 1));
+  ASSERT_EQ(sink.events.size(), 1u);
+  EXPECT_EQ(sink.events[0].type, static_cast<ULONG>(TABLE_ROW_ADDED));
+  EXPECT_EQ(sink.events[0].row, std::vector<std::string>({"Fresh"}));
+  EXPECT_FALSE(sink.events[0].prior.empty()) << "added after the last row";
+
+  profile_->modifyItem(added, {Prop::ofText(PR_SUBJECT_W, u"Fresher")});
+  ASSERT_EQ(sink.events.size(), 2u);
+  EXPECT_EQ(sink.events[1].type, static_cast<ULONG>(TABLE_ROW_MODIFIED));
+  EXPECT_EQ(sink.events[1].row, std::vector<std::string>({"Fresher"}));
+  EXPECT_EQ(sink.events[1].index, sink.events[0].index);
+
+  profile_->deleteItem(added);
+  ASSERT_EQ(sink.events.size(), 3u);
+  EXPECT_EQ(sink.events[2].type, static_cast<ULONG>(TABLE_ROW_DELETED));
+  EXPECT_EQ(sink.events[2].index, sink.events[0].index);
+
+  profile_->touchFolder(profile_->byKey("inbox"));
+  ASSERT_EQ(sink.events.size(), 4u);
+  EXPECT_EQ(sink.events[3].type, static_cast<ULONG>(TABLE_CHANGED));
+
+  // Other folders' changes are not this table's.
+  profile_->addItem(profile_->byKey("reports"), note(u"Elsewhere", 1));
+  EXPECT_EQ(sink.events.size(), 4u);
+
+  ASSERT_EQ(table->Unadvise(connection), S_OK);
+  EXPECT_EQ(sink.refs, 1u);
+  profile_->addItem(profile_->byKey("inbox"), note(u"Unheard", 1));
+  EXPECT_EQ(sink.events.size(), 4u);
+  EXPECT_EQ(table->Unadvise(connection), MAPI_E_NOT_FOUND);
+}
+
+TEST_F(NotifyTest, ARestrictedTableHearsOnlyOfRowsItShows) {
+  RecordingSink sink;
+  auto table = contents("inbox");
+  setColumns(table.get(), {PR_SUBJECT_W});
+  SPropValue two{};
+  two.ulPropTag = PR_IMPORTANCE;
+  two.Value.l = 2;
+  SRestriction high{};
+  high.rt = RES_PROPERTY;
+  high.res.resProperty = {RELOP_EQ, PR_IMPORTANCE, &two};
+  ASSERT_EQ(table->Restrict(&high, 0), S_OK);
+  ULONG connection = 0;
+  ASSERT_EQ(table->Advise(fnevTableModified, &sink, &connection), S_OK);
+
+  const Ref low = profile_->addItem(profile_->byKey("inbox"), note(u"Low", 0));
+  EXPECT_TRUE(sink.events.empty());
+  profile_->modifyItem(low, {Prop::ofLong(PR_IMPORTANCE, 2)});
+  ASSERT_EQ(sink.events.size(), 1u);
+  EXPECT_EQ(sink.events[0].type, static_cast<ULONG>(TABLE_ROW_ADDED)) << "it now shows the row";
+  profile_->modifyItem(low, {Prop::ofLong(PR_IMPORTANCE, 0)});
+  ASSERT_EQ(sink.events.size(), 2u);
+  EXPECT_EQ(sink.events[1].type, static_cast<ULONG>(TABLE_ROW_DELETED));
+  EXPECT_EQ(table->Unadvise(connection), S_OK);
+}
+
+TEST_F(NotifyTest, TheCursorStaysOnItsRowWhenRowsComeAndGo) {
+  auto table = contents("inbox");
+  setColumns(table.get(), {PR_SUBJECT_W});
+  RowSet rows;
+  ASSERT_EQ(table->QueryRows(2, 0, rows.put()), S_OK);  // next: "Café ÉTÉ"
+  profile_->deleteItem(profile_->byKey("m1"));
+  profile_->addItem(profile_->byKey("inbox"), note(u"Late", 1));
+  EXPECT_EQ(firstColumn(table.get()), std::vector<std::string>({"Café ÉTÉ", "-", "Late"}));
+  ULONG count = 0;
+  ASSERT_EQ(table->GetRowCount(0, &count), S_OK);
+  EXPECT_EQ(count, 4u);
+}
+
+TEST_F(NotifyTest, ThreadAdviseSinkWrapsAndForwards) {
+  RecordingSink sink;
+  ComPtr<IMAPIAdviseSink> wrapper;
+  ASSERT_EQ(HrThisThreadAdviseSink(&sink, wrapper.put()), S_OK);
+  EXPECT_NE(wrapper.get(), &sink) << "a wrapper of its own";
+  auto table = contents("inbox");
+  ULONG connection = 0;
+  ASSERT_EQ(table->Advise(fnevTableModified, wrapper.get(), &connection), S_OK);
+  profile_->touchFolder(profile_->byKey("inbox"));
+  EXPECT_EQ(sink.events.size(), 1u);
+  EXPECT_EQ(table->Unadvise(connection), S_OK);
+  wrapper.reset();
+  EXPECT_EQ(sink.refs, 1u) << "the wrapper let go of the sink";
+}
+
+TEST_F(NotifyTest, FaultsAnswerTheNthCallOrEveryCall) {
+  ScopedFaults faults;
+  auto table = contents("inbox");
+  faults->failCall("IMAPITable::Restrict", MAPI_E_BUSY);
+  SRestriction all{};
+  all.rt = RES_AND;
+  EXPECT_EQ(table->Restrict(&all, 0), MAPI_E_BUSY);
+  EXPECT_EQ(table->Restrict(&all, 0), S_OK) << "once only";
+
+  faults->failCall("QueryRows", MAPI_E_BUSY, 2, 0);
+  RowSet rows;
+  EXPECT_EQ(table->QueryRows(1, 0, rows.put()), S_OK);
+  EXPECT_EQ(table->QueryRows(1, 0, rows.put()), MAPI_E_BUSY);
+  EXPECT_EQ(table->QueryRows(1, 0, rows.put()), MAPI_E_BUSY);
+  EXPECT_EQ(faults->callCount("IMAPITable::QueryRows"), 3u);
+  EXPECT_EQ(faults->callCount("QueryRows"), 3u);
+
+  faults->failAlways("IMAPIFolder::GetContentsTable", MAPI_E_NO_ACCESS);
+  ComPtr<IMAPITable> none;
+  EXPECT_EQ(folder("inbox")->GetContentsTable(0, none.put()), MAPI_E_NO_ACCESS);
+  faults->failCall("OpenEntry", MAPI_E_CALL_FAILED);
+  auto store = openStore(0);
+  ComPtr<IUnknown> root;
+  ULONG type = 0;
+  EXPECT_EQ(store->OpenEntry(0, nullptr, nullptr, 0, &type, root.put()), MAPI_E_CALL_FAILED);
+  EXPECT_EQ(faults->callCount("IMAPITable::WaitForCompletion"), 0u);
+  EXPECT_EQ(table->WaitForCompletion(0, 500, nullptr), S_OK);
+  EXPECT_EQ(faults->callCount("IMAPITable::WaitForCompletion"), 1u);
+
+  faults->failCall("MAPIAllocateMore", MAPI_E_NOT_ENOUGH_MEMORY, 2);
+  void* root2 = nullptr;
+  ASSERT_EQ(MAPIAllocateBuffer(8, &root2), S_OK);
+  void* more = nullptr;
+  EXPECT_EQ(MAPIAllocateMore(8, root2, &more), S_OK);
+  EXPECT_EQ(MAPIAllocateMore(8, root2, &more), MAPI_E_NOT_ENOUGH_MEMORY);
+  EXPECT_EQ(more, nullptr);
+  EXPECT_EQ(MAPIFreeBuffer(root2), 0u);
+
+  faults->clear();
+  EXPECT_EQ(faults->callCount("QueryRows"), 0u);
+  EXPECT_EQ(table->QueryRows(1, 0, rows.put()), S_OK);
+}
+
+TEST(MapiBuffersTest, MoreBlocksGoWithTheirRootAndBadFreesAreRefused) {
+  const int64_t before = liveMapiBuffers();
+  void* root = nullptr;
+  ASSERT_EQ(MAPIAllocateBuffer(16, &root), S_OK);
+  EXPECT_EQ(liveMapiBuffers(), before + 1);
+  void* more = nullptr;
+  ASSERT_EQ(MAPIAllocateMore(32, root, &more), S_OK);
+  EXPECT_EQ(reinterpret_cast<uintptr_t>(more) % 16, 0u) << "blocks are aligned";
+  void* nested = nullptr;
+  EXPECT_EQ(MAPIAllocateMore(4, more, &nested), MAPI_E_INVALID_PARAMETER)
+      << "blocks hang off a root only";
+  EXPECT_EQ(MAPIFreeBuffer(more), static_cast<ULONG>(MAPI_E_INVALID_PARAMETER));
+  EXPECT_EQ(MAPIFreeBuffer(root), 0u);
+  EXPECT_EQ(liveMapiBuffers(), before);
+  EXPECT_EQ(MAPIFreeBuffer(nullptr), 0u);
+  FreeProws(nullptr);
+}
+
+}  // namespace
+}  // namespace PIM::store::testing
