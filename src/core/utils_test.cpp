@@ -310,6 +310,11 @@ TEST(FileTimeTest, OneSecondIsTenMillionUnits) {
   fake.now = makeTime(2024, 12, 31, 23, 59, 59, 999);
   ScopedEnv scoped(&fake);
   EXPECT_EQ(getOneSecond(), 10'000'000);
+  // A clock that gives an impossible date is an assertion, not a broken second.
+  fake.now = makeTime(2024, 2, 30);
+  LogCapture log;
+  EXPECT_EQ(getOneSecond(), 10'000'000);
+  EXPECT_THAT(log.messages(), ElementsAre("Assertion failed"));
 }
 
 TEST(TimeToGmtTest, UsesTheBiasInForceNow) {
