@@ -77,9 +77,15 @@ for stage in "${stages[@]}"; do
       if configure_build "build/$stage" -DCMAKE_BUILD_TYPE=Debug \
           -DCMAKE_TOOLCHAIN_FILE="$root/cmake/toolchain-$stage.cmake"; then
         if [ "$stage" = win64 ] || bash scripts/wine-session.sh has32 2>/dev/null; then
+          # A virtual display, so that window and dialog tests run too.
+          Xvfb :87 -screen 0 1024x768x24 >/dev/null 2>&1 &
+          xvfb=$!
+          export DISPLAY=:87
           bash scripts/wine-session.sh start
           run_ctest "$stage" "build/$stage"
           bash scripts/wine-session.sh stop
+          kill $xvfb 2>/dev/null
+          unset DISPLAY
         else
           echo "no 32-bit Wine here: the x86 binaries are built, only their imports are tested"
           run_ctest "$stage-imports" "build/$stage" -R windows_binaries_import_system_dlls_only
