@@ -14,7 +14,7 @@
 //     below cross between MAPI text and std::u16string.
 //   - The MAPI functions (MAPIAllocateBuffer, FreeProws, HrQueryAllRows...)
 //     come from mapi32 on Windows and from the reference store elsewhere; the
-//     test programs of every platform link the store's (see store/README).
+//     test programs of every platform link the store's (store/mapi_runtime.h).
 #pragma once
 
 #ifdef _WIN32

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <optional>
 
 #include "core/debug_logger.h"
 #include "core/utils.h"
@@ -9,6 +10,7 @@
 #include "store/com_base.h"
 #include "store/entry_ids.h"
 #include "store/fault_injector.h"
+#include "store/one_off_entry_id.h"
 #include "store/props.h"
 #include "store/table.h"
 
@@ -628,14 +630,31 @@ class MessageImpl final : public PropObject<IMessage> {
 // ---- Mail user ---------------------------------------------------------------------
 class MailUserImpl final : public PropObject<IMailUser> {
  public:
+  // An address-book entry.
   MailUserImpl(std::shared_ptr<Profile> profile, uint32_t index)
       : PropObject(std::move(profile), kNoStore, "IMailUser"), index_(index) {}
+  // A one-off recipient: everything it has is in its entry id.
+  MailUserImpl(std::shared_ptr<Profile> profile, PropList fixed)
+      : PropObject(std::move(profile), kNoStore, "IMailUser"), fixed_(std::move(fixed)) {}
 
  private:
   bool answers(REFIID iid) const override { return anyOf(iid, {&IID_IMailUser, &IID_IMAPIProp}); }
-  PropList props() override { return profile_->abProps(index_); }
-  uint32_t index_;
+  PropList props() override { return index_ ? profile_->abProps(*index_) : fixed_; }
+  std::optional<uint32_t> index_;
+  PropList fixed_;
 };
+
+PropList oneOffProps(const Bytes& id, const OneOffEntryId& entry) {
+  PropList props;
+  props.set(Prop::ofBinary(PR_ENTRYID, id));
+  props.set(Prop::ofLong(PR_OBJECT_TYPE, MAPI_MAILUSER));
+  props.set(Prop::ofLong(PR_DISPLAY_TYPE, 0));
+  props.set(Prop::ofText(PR_DISPLAY_NAME_W, entry.displayName));
+  props.set(Prop::ofText(PR_ADDRTYPE_W, entry.addressType));
+  props.set(Prop::ofText(PR_EMAIL_ADDRESS_W, entry.address));
+  if (entry.addressType == u"SMTP") props.set(Prop::ofText(PR_SMTP_ADDRESS_W, entry.address));
+  return props;
+}
 
 // ---- Session ---------------------------------------------------------------------------
 class SessionImpl final : public ComBase<IMAPISession> {
@@ -679,7 +698,8 @@ class SessionImpl final : public ComBase<IMAPISession> {
     return MAPI_E_NO_SUPPORT;
   }
   MAPIMETHOD(GetStatusTable)(ULONG, LPMAPITABLE*) override { return MAPI_E_NO_SUPPORT; }
-  // Address-book entries open as mail users; store objects through their store.
+  // Address-book entries and one-off ids open as mail users; store objects
+  // through their store.
   MAPIMETHOD(OpenEntry)
   (ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, ULONG ulFlags, ULONG* lpulObjType,
    LPUNKNOWN* lppUnk) override {
@@ -696,6 +716,17 @@ class SessionImpl final : public ComBase<IMAPISession> {
         if (!profile_->abEntry(id.index)) return MAPI_E_NOT_FOUND;
         *lpulObjType = MAPI_MAILUSER;
         *lppUnk = newMailUser(profile_, id.index);
+        return S_OK;
+      }
+      case IdKind::OneOff: {
+        OneOffEntryId entry;
+        const auto* bytes = reinterpret_cast<const uint8_t*>(lpEntryID);
+        if (!decodeOneOffEntryId(bytes, cbEntryID, entry)) return MAPI_E_INVALID_ENTRYID;
+        if (lpInterface && *lpInterface != IID_IMailUser && *lpInterface != IID_IMAPIProp &&
+            *lpInterface != IID_IUnknown)
+          return MAPI_E_INTERFACE_NOT_SUPPORTED;
+        *lpulObjType = MAPI_MAILUSER;
+        *lppUnk = new MailUserImpl(profile_, oneOffProps(Bytes(bytes, bytes + cbEntryID), entry));
         return S_OK;
       }
       case IdKind::Object: {

@@ -32,4 +32,40 @@ Bytes encodeOneOffEntryId(const OneOffEntryId& entry) {
   return out;
 }
 
+bool decodeOneOffEntryId(const uint8_t* bytes, size_t size, OneOffEntryId& out, uint32_t codePage) {
+  if (!bytes || size < 24) return false;
+  if (bytes[0] || bytes[1] || bytes[2] || bytes[3]) return false;
+  for (size_t i = 0; i < 16; ++i)
+    if (bytes[4 + i] != kOneOffProviderUid[i]) return false;
+  const uint16_t flags = static_cast<uint16_t>(bytes[22] | bytes[23] << 8);
+  out = OneOffEntryId();
+  out.unicode = (flags & MAPI_ONE_OFF_UNICODE) != 0;
+  out.noRichInfo = (flags & MAPI_ONE_OFF_NO_RICH_INFO) != 0;
+  out.otherFlags =
+      static_cast<uint16_t>(flags & ~(MAPI_ONE_OFF_UNICODE | MAPI_ONE_OFF_NO_RICH_INFO));
+  out.codePage = codePage;
+  size_t at = 24;
+  for (std::u16string* text : {&out.displayName, &out.addressType, &out.address}) {
+    if (out.unicode) {
+      for (;;) {
+        if (at + 2 > size) return false;
+        const char16_t c = static_cast<char16_t>(bytes[at] | bytes[at + 1] << 8);
+        at += 2;
+        if (!c) break;
+        text->push_back(c);
+      }
+    } else {
+      std::string narrow;
+      for (;;) {
+        if (at >= size) return false;
+        const char c = static_cast<char>(bytes[at++]);
+        if (!c) break;
+        narrow.push_back(c);
+      }
+      *text = fromCodePage(codePage, narrow);
+    }
+  }
+  return true;
+}
+
 }  // namespace PIM::store

@@ -29,4 +29,9 @@ struct OneOffEntryId {
 
 Bytes encodeOneOffEntryId(const OneOffEntryId& entry);
 
+// Reads a one-off entry identifier (the session opens them as mail users);
+// false when the bytes are not one. 8-bit strings are read in `codePage`.
+bool decodeOneOffEntryId(const uint8_t* bytes, size_t size, OneOffEntryId& out,
+                         uint32_t codePage = 1252);
+
 }  // namespace PIM::store

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <thread>
 
 #include "store/store_test_util.h"
 
@@ -190,6 +191,35 @@ TEST_F(NotifyTest, FaultsAnswerTheNthCallOrEveryCall) {
   faults->clear();
   EXPECT_EQ(faults->callCount("QueryRows"), 0u);
   EXPECT_EQ(table->QueryRows(1, 0, rows.put()), S_OK);
+}
+
+TEST_F(NotifyTest, ChangesFromAnotherThreadWhileTablesAreRead) {
+  RecordingSink sink;  // called on the writer thread only
+  auto advised = contents("inbox");
+  ULONG connection = 0;
+  ASSERT_EQ(advised->Advise(fnevTableModified, &sink, &connection), S_OK);
+  const Ref inbox = profile_->byKey("inbox");
+  std::thread writer([&] {
+    for (int i = 0; i < 50; ++i) {
+      const Ref r = profile_->addItem(inbox, note(u"Busy", i % 3));
+      profile_->modifyItem(r, {Prop::ofLong(PR_IMPORTANCE, 2)});
+      if (i % 2) profile_->deleteItem(r);
+    }
+  });
+  for (int i = 0; i < 50; ++i) {
+    auto table = contents("inbox");
+    setColumns(table.get(), {PR_SUBJECT_W, PR_IMPORTANCE});
+    ULONG count = 0;
+    ASSERT_EQ(table->GetRowCount(0, &count), S_OK);
+    EXPECT_GE(count, 4u);
+    EXPECT_GE(firstColumn(table.get()).size(), 4u);
+  }
+  writer.join();
+  EXPECT_EQ(sink.events.size(), 50u * 2 + 25u);
+  ULONG count = 0;
+  ASSERT_EQ(advised->GetRowCount(0, &count), S_OK);
+  EXPECT_EQ(count, 4u + 25u);
+  EXPECT_EQ(advised->Unadvise(connection), S_OK);
 }
 
 TEST(MapiBuffersTest, MoreBlocksGoWithTheirRootAndBadFreesAreRefused) {

@@ -2,6 +2,7 @@
 // named properties, streams, attachments, recipients and mail users.
 #include <gtest/gtest.h>
 
+#include "store/one_off_entry_id.h"
 #include "store/store_test_util.h"
 
 namespace PIM::store::testing {
@@ -359,6 +360,28 @@ TEST_F(ObjectsTest, AddressBookEntriesOpenFromTheSessionAsMailUsers) {
                                 reinterpret_cast<LPENTRYID>(unknown.data()), nullptr, 0, &type,
                                 object.put()),
             MAPI_E_NOT_FOUND);
+}
+
+TEST_F(ObjectsTest, OneOffIdsOpenAsMailUsersWithWhatTheyCarry) {
+  for (bool unicode : {true, false}) {
+    OneOffEntryId zoe{u"Zoë Ödegaard", u"SMTP", u"zoe@example.com", unicode};
+    Bytes id = encodeOneOffEntryId(zoe);
+    ComPtr<IUnknown> object;
+    ULONG type = 0;
+    ASSERT_EQ(
+        session_->OpenEntry(static_cast<ULONG>(id.size()), reinterpret_cast<LPENTRYID>(id.data()),
+                            &IID_IMailUser, 0, &type, object.put()),
+        S_OK);
+    EXPECT_EQ(type, static_cast<ULONG>(MAPI_MAILUSER));
+    EXPECT_EQ(textProp(object.get(), PR_DISPLAY_NAME_W), "Zoë Ödegaard");
+    EXPECT_EQ(textProp(object.get(), PR_SMTP_ADDRESS_W), "zoe@example.com");
+    EXPECT_EQ(binaryProp(object.get(), PR_ENTRYID), id);
+    id.resize(id.size() - 1);  // the last terminator cut off
+    EXPECT_EQ(
+        session_->OpenEntry(static_cast<ULONG>(id.size()), reinterpret_cast<LPENTRYID>(id.data()),
+                            nullptr, 0, &type, object.put()),
+        MAPI_E_INVALID_ENTRYID);
+  }
 }
 
 TEST_F(ObjectsTest, HierarchyTablesShowSubfoldersAndTheirClasses) {
