@@ -19,7 +19,9 @@ namespace {
 
 using Lock = std::lock_guard<std::recursive_mutex>;
 
+// Every MAPI method records itself, then asks the fault injector.
 #define PIM_FAULT(method)                                                                   \
+  PIM_ENTRY("PIM::store::" method);                                                         \
   do {                                                                                      \
     if (HRESULT injected = FaultInjector::instance().check(name_, method)) return injected; \
   } while (0)

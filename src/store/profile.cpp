@@ -184,6 +184,7 @@ void Profile::indexItem(Store& store, const std::shared_ptr<Item>& item, Folder*
 }
 
 Ref Profile::addItem(const Ref& folderRef, Item item) {
+  PIM_ENTRY("PIM::store::Profile::addItem");
   Ref added;
   {
     std::lock_guard<std::recursive_mutex> guard(lock_);
@@ -201,6 +202,7 @@ Ref Profile::addItem(const Ref& folderRef, Item item) {
 
 bool Profile::modifyItem(const Ref& ref, const std::vector<Prop>& set,
                          const std::vector<ULONG>& removeIds) {
+  PIM_ENTRY("PIM::store::Profile::modifyItem");
   uint32_t folderNid = 0;
   {
     std::lock_guard<std::recursive_mutex> guard(lock_);
@@ -216,6 +218,7 @@ bool Profile::modifyItem(const Ref& ref, const std::vector<Prop>& set,
 }
 
 bool Profile::deleteItem(const Ref& ref) {
+  PIM_ENTRY("PIM::store::Profile::deleteItem");
   uint32_t folderNid = 0;
   {
     std::lock_guard<std::recursive_mutex> guard(lock_);
@@ -239,6 +242,7 @@ void Profile::touchFolder(const Ref& f) {
 }
 
 void Profile::notifyFolder(size_t store, uint32_t folderNid, bool changedOnly, uint32_t itemNid) {
+  PIM_ENTRY("PIM::store::Profile::notifyFolder");
   std::vector<PendingNotification> pending;
   {
     std::lock_guard<std::recursive_mutex> guard(lock_);
@@ -321,6 +325,7 @@ Bytes Profile::instanceKey(size_t store, uint32_t nid) const {
 }
 
 HRESULT Profile::logon(LPMAPISESSION* session) {
+  PIM_ENTRY("PIM::store::Profile::logon");
   if (!session) return MAPI_E_INVALID_PARAMETER;
   *session = newSession(shared_from_this());
   return S_OK;

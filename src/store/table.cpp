@@ -9,7 +9,9 @@
 namespace PIM::store {
 namespace {
 
+// Every table method records itself, then asks the fault injector.
 #define PIM_TABLE_FAULT(method)                                                                    \
+  PIM_ENTRY("PIM::store::TableImpl::" method);                                                     \
   do {                                                                                             \
     if (HRESULT injected = FaultInjector::instance().check("IMAPITable", method)) return injected; \
   } while (0)
