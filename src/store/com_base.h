@@ -7,6 +7,7 @@
 #include <initializer_list>
 
 #include "mapi/mapi.h"
+#include "store/fault_injector.h"
 
 namespace PIM::store {
 
@@ -19,8 +20,13 @@ class ComBase : public Iface {
     if (left == 0) delete this;
     return left;
   }
+  // Can be made to fail like any store call ("IMAPIFolder::QueryInterface").
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
     if (!out) return E_INVALIDARG;
+    if (HRESULT injected = FaultInjector::instance().check(interfaceName(), "QueryInterface")) {
+      *out = nullptr;
+      return injected;
+    }
     if (iid == IID_IUnknown || answers(iid)) {
       *out = static_cast<Iface*>(this);
       AddRef();
@@ -35,6 +41,8 @@ class ComBase : public Iface {
   virtual ~ComBase() = default;
   // True for the IIDs of this object's interface chain.
   virtual bool answers(REFIID iid) const = 0;
+  // The name fault rules use for this object's calls.
+  virtual const char* interfaceName() const = 0;
 
  private:
   std::atomic<ULONG> refs_{1};

@@ -46,6 +46,7 @@ class PropStream final : public ComBase<IStream> {
   }
   HRESULT STDMETHODCALLTYPE Seek(LARGE_INTEGER move, DWORD origin,
                                  ULARGE_INTEGER* newPosition) override {
+    if (HRESULT injected = FaultInjector::instance().check("IStream", "Seek")) return injected;
     int64_t base = 0;
     if (origin == STREAM_SEEK_CUR)
       base = static_cast<int64_t>(pos_);
@@ -81,6 +82,7 @@ class PropStream final : public ComBase<IStream> {
     return STG_E_INVALIDFUNCTION;
   }
   HRESULT STDMETHODCALLTYPE Stat(STATSTG* stat, DWORD) override {
+    if (HRESULT injected = FaultInjector::instance().check("IStream", "Stat")) return injected;
     if (!stat) return STG_E_INVALIDPOINTER;
     std::memset(stat, 0, sizeof(STATSTG));
     stat->type = STGTY_STREAM;
@@ -100,6 +102,7 @@ class PropStream final : public ComBase<IStream> {
   bool answers(REFIID iid) const override {
     return iid == IID_IStream || iid == IID_ISequentialStream;
   }
+  const char* interfaceName() const override { return "IStream"; }
   Bytes data_;
   size_t pos_ = 0;
 };
@@ -271,6 +274,7 @@ class PropObject : public ComBase<Iface> {
   PropObject(std::shared_ptr<Profile> profile, size_t store, const char* name)
       : profile_(std::move(profile)), store_(store), name_(name) {}
 
+  const char* interfaceName() const override { return name_; }
   // The object's properties, computed under the profile's lock.
   virtual PropList props() = 0;
   virtual HRESULT openObject(ULONG, REFIID, LPUNKNOWN*) { return MAPI_E_NO_SUPPORT; }
@@ -781,6 +785,7 @@ class SessionImpl final : public ComBase<IMAPISession> {
 
  private:
   bool answers(REFIID iid) const override { return iid == IID_IMAPISession; }
+  const char* interfaceName() const override { return name_; }
   std::shared_ptr<Profile> profile_;
   const char* name_ = "IMAPISession";
 };

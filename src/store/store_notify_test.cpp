@@ -188,6 +188,12 @@ TEST_F(NotifyTest, FaultsAnswerTheNthCallOrEveryCall) {
   EXPECT_EQ(more, nullptr);
   EXPECT_EQ(MAPIFreeBuffer(root2), 0u);
 
+  faults->failCall("IMAPIFolder::QueryInterface", E_NOINTERFACE);
+  auto inbox = folder("inbox");
+  ComPtr<IMAPIProp> asProp;
+  EXPECT_EQ(inbox.queryInterface(IID_IMAPIProp, asProp), E_NOINTERFACE);
+  EXPECT_EQ(inbox.queryInterface(IID_IMAPIProp, asProp), S_OK);
+
   faults->clear();
   EXPECT_EQ(faults->callCount("QueryRows"), 0u);
   EXPECT_EQ(table->QueryRows(1, 0, rows.put()), S_OK);

@@ -67,6 +67,7 @@ class TableImpl final : public ComBase<IMAPITable> {
   TableImpl(std::shared_ptr<Profile> profile, TableSource source);
   ~TableImpl() override;
   bool answers(REFIID iid) const override;
+  const char* interfaceName() const override { return "IMAPITable"; }
   // Recomputes the view from the profile (under its lock), keeping the
   // cursor on the same row where that row is still shown.
   void refresh(bool force = false);
