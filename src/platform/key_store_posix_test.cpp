@@ -65,6 +65,12 @@ std::optional<uint32_t> dword(KeyStore& store, KeyHandle key, const std::u16stri
          uint32_t(bytes[3]) << 24;
 }
 
+std::u16string numbered(const std::u16string& prefix, int i) {
+  std::u16string name = prefix;
+  for (char c : std::to_string(i)) name += char16_t(c);
+  return name;
+}
+
 // Runs `body` in a child process and returns its exit status.
 template <typename Body>
 int inChild(Body body) {
@@ -288,28 +294,33 @@ TEST_F(FileKeyStoreTest, AFailedWriteKeepsTheOldContentsAndSaysWhy) {
 TEST_F(FileKeyStoreTest, WritersInSeveralProcessesAndThreadsLoseNothing) {
   constexpr int kEach = 25;
   // The number of writes that failed.
-  auto writeMany = [&](const std::u16string& prefix) {
-    FileKeyStore store(path_);
+  auto writeMany = [&](FileKeyStore& store, const std::u16string& prefix) {
     Key key(store, store.currentUserRoot(), u"Shared");
     int failed = 0;
     for (int i = 0; i < kEach; ++i) {
-      std::u16string name = prefix;
-      for (char c : std::to_string(i)) name += char16_t(c);
-      failed += setDword(store, key.get(), name, uint32_t(i)) != kKeyOk;
+      failed += setDword(store, key.get(), numbered(prefix, i), uint32_t(i)) != kKeyOk;
     }
     return failed;
   };
   pid_t children[2];
   for (int c = 0; c < 2; ++c) {
     children[c] = fork();
-    if (children[c] == 0) _exit(writeMany(c == 0 ? u"p" : u"q"));
+    if (children[c] == 0) {
+      FileKeyStore own(path_);
+      _exit(writeMany(own, c == 0 ? u"p" : u"q"));
+    }
   }
-  int threadFailures[2] = {};
-  std::thread first([&] { threadFailures[0] = writeMany(u"t"); });
-  std::thread second([&] { threadFailures[1] = writeMany(u"u"); });
+  // Two threads share one store; a third has a store of its own.
+  FileKeyStore shared(path_);
+  FileKeyStore own(path_);
+  int threadFailures[3] = {};
+  std::thread first([&] { threadFailures[0] = writeMany(shared, u"t"); });
+  std::thread second([&] { threadFailures[1] = writeMany(shared, u"u"); });
+  std::thread third([&] { threadFailures[2] = writeMany(own, u"v"); });
   first.join();
   second.join();
-  EXPECT_EQ(threadFailures[0] + threadFailures[1], 0);
+  third.join();
+  EXPECT_EQ(threadFailures[0] + threadFailures[1] + threadFailures[2], 0);
   for (pid_t child : children) {
     int status = 0;
     waitpid(child, &status, 0);
@@ -319,16 +330,14 @@ TEST_F(FileKeyStoreTest, WritersInSeveralProcessesAndThreadsLoseNothing) {
 
   FileKeyStore store(path_);
   Key key(store, store.currentUserRoot(), u"Shared");
-  for (const char16_t* prefix : {u"p", u"q", u"t", u"u"}) {
+  for (const char16_t* prefix : {u"p", u"q", u"t", u"u", u"v"}) {
     for (int i = 0; i < kEach; ++i) {
-      std::u16string name = prefix;
-      for (char c : std::to_string(i)) name += char16_t(c);
-      EXPECT_EQ(dword(store, key.get(), name), uint32_t(i));
+      EXPECT_EQ(dword(store, key.get(), numbered(prefix, i)), uint32_t(i));
     }
   }
   keyfile::ParsedStore parsed = keyfile::parseStoreText(readFileBytes(dir_.file(u"keystore")));
   EXPECT_TRUE(parsed.problems.empty());
-  EXPECT_EQ(parsed.root.subkey(0).values().size(), 4u * kEach);
+  EXPECT_EQ(parsed.root.subkey(0).values().size(), 5u * kEach);
 }
 
 TEST_F(FileKeyStoreTest, KeepsADamagedFileAsideAndTheReadableSettingsInUse) {
