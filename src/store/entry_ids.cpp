@@ -20,7 +20,15 @@ uint32_t getU32(const uint8_t* p) {
   return static_cast<uint32_t>(p[0]) | static_cast<uint32_t>(p[1]) << 8 |
          static_cast<uint32_t>(p[2]) << 16 | static_cast<uint32_t>(p[3]) << 24;
 }
-Bytes withFlags(uint8_t first) { return Bytes{first, 0, 0, 0}; }
+// Room reserved up front: an identifier grows by appends, and GCC 12 at -O2
+// misreads an insert into a vector made from a short initializer list.
+Bytes withFlags(uint8_t first) {
+  Bytes id;
+  id.reserve(64);
+  id.push_back(first);
+  id.insert(id.end(), 3, 0);
+  return id;
+}
 void append(Bytes& out, const uint8_t* p, size_t n) { out.insert(out.end(), p, p + n); }
 
 }  // namespace

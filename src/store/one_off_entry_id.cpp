@@ -6,7 +6,9 @@
 namespace PIM::store {
 
 Bytes encodeOneOffEntryId(const OneOffEntryId& entry) {
-  Bytes out(4, 0);
+  Bytes out;
+  out.reserve(64);  // also keeps GCC 12's -O2 bounds check from misfiring on the inserts
+  out.resize(4);
   out.insert(out.end(), kOneOffProviderUid, kOneOffProviderUid + 16);
   out.push_back(0);  // version
   out.push_back(0);
