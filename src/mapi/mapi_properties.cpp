@@ -1,6 +1,7 @@
 #include "mapi/mapi_properties.h"
 
 #include <exception>
+#include <utility>
 
 #include "core/debug_logger.h"
 #include "core/utils.h"
@@ -61,6 +62,23 @@ MAPIProperties::MAPIProperties(IUnknown* folder, const EntryId& id,
   if (FAILED(hr)) throwComError(hr);
   hr = attach(item.get(), tags);
   if (FAILED(hr)) throwComError(hr);
+}
+
+MAPIProperties::MAPIProperties(MAPIProperties&& other) noexcept
+    : values_(std::move(other.values_)),
+      count_(std::exchange(other.count_, 0)),
+      index_(std::move(other.index_)) {
+  other.index_.clear();
+}
+
+MAPIProperties& MAPIProperties::operator=(MAPIProperties&& other) noexcept {
+  if (this != &other) {
+    values_ = std::move(other.values_);
+    count_ = std::exchange(other.count_, 0);
+    index_ = std::move(other.index_);
+    other.index_.clear();
+  }
+  return *this;
 }
 
 void MAPIProperties::clear() {

@@ -37,6 +37,9 @@ class MAPIProperties {
   MAPIProperties(IUnknown* folder, const EntryId& id, const std::vector<ULONG>& tags);
   MAPIProperties(const MAPIProperties&) = delete;
   MAPIProperties& operator=(const MAPIProperties&) = delete;
+  // The index points into the value array, which does not move.
+  MAPIProperties(MAPIProperties&& other) noexcept;
+  MAPIProperties& operator=(MAPIProperties&& other) noexcept;
   ~MAPIProperties() = default;
 
   // Reads `tags` (and the twins of text tags) with GetProps. Returns S_OK

@@ -124,6 +124,17 @@ TEST_F(WrapperTest, TypedGettersReadOnlyTheirOwnType) {
   std::u16string subject;
   EXPECT_EQ(props.getWstring(PR_SUBJECT_W, subject), S_OK);
   EXPECT_EQ(subject, std::u16string(300, u'\u00e9')) << "GetProps gives the whole text";
+
+  // Moving hands over the values; the buffer is freed once (the fixture
+  // checks for leaks).
+  MAPIProperties moved(std::move(props));
+  EXPECT_EQ(props.count(), 0u);
+  EXPECT_EQ(props.getPropValue(PR_IMPORTANCE), nullptr);
+  EXPECT_EQ(moved.getLong(PR_IMPORTANCE, importance), S_OK);
+  MAPIProperties other(item.get(), {PR_ENTRYID});
+  other = std::move(moved);
+  EXPECT_EQ(other.getLong(PR_IMPORTANCE, importance), S_OK);
+  EXPECT_EQ(moved.count(), 0u);
 }
 
 TEST_F(WrapperTest, ErrorValuesAndEightBitStores) {
