@@ -10,6 +10,10 @@ case ${1:-} in
     [ -f "$WINEPREFIX/system.reg" ] || wineboot -i >/dev/null 2>&1 || true
     wineserver -p 600
     wine cmd /c exit </dev/null >/dev/null 2>&1 || true
+    # A crashing test child must not wait for someone to close Wine's crash
+    # dialog: the debugger only prints its backtrace.
+    wine reg add 'HKCU\Software\Wine\WineDbg' /v ShowCrashDialog /t REG_DWORD /d 0 /f \
+      </dev/null >/dev/null 2>&1 || true
     ;;
   stop) wineserver -k 2>/dev/null || true ;;
   has32) [ -e /usr/lib/i386-linux-gnu/wine/i386-windows/kernel32.dll ] ;;
