@@ -307,9 +307,11 @@ HRESULT getAttachmentList(IUnknown* message, std::vector<std::u16string>& names)
     if (FAILED(hr)) throwComError(hr);
     while (MAPIProperties* row = table.getNextRow()) {
       std::u16string display, longName, shortName;
-      const bool named = (row->getWstring(PR_DISPLAY_NAME_W, display) == S_OK) |
-                         (row->getWstring(PR_ATTACH_LONG_FILENAME_W, longName) == S_OK) |
-                         (row->getWstring(PR_ATTACH_FILENAME_W, shortName) == S_OK);
+      // All three are read: the first name found need not be the one shown.
+      const bool hasDisplay = row->getWstring(PR_DISPLAY_NAME_W, display) == S_OK;
+      const bool hasLong = row->getWstring(PR_ATTACH_LONG_FILENAME_W, longName) == S_OK;
+      const bool hasShort = row->getWstring(PR_ATTACH_FILENAME_W, shortName) == S_OK;
+      const bool named = hasDisplay || hasLong || hasShort;
       if (!named) {
         PIM_LOG_HR(E_FAIL, "Could not add attachment entry.");
         continue;
