@@ -233,6 +233,22 @@ FILETIME toFileTime(int64_t ticks) {
   return ft;
 }
 
+// A GUID from up to 16 bytes, zero-filled when the fixture gave fewer.
+void copyGuid(const Bytes& from, GUID& to) {
+  std::memset(&to, 0, sizeof(GUID));
+  if (!from.empty()) std::memcpy(&to, from.data(), std::min<size_t>(16, from.size()));
+}
+
+// Fills a multi-valued array: count, then the MAPI-allocated items, each
+// converted by `convert(source item, target item)`.
+template <class Source, class Target, class Convert>
+void copyEach(Allocator& a, const std::vector<Source>& from, ULONG& count, Target*& to,
+              Convert convert) {
+  count = static_cast<ULONG>(from.size());
+  if (!(to = a.alloc<Target>(from.size()))) return;
+  for (size_t i = 0; i < from.size(); ++i) convert(from[i], to[i]);
+}
+
 size_t longestValue(const Prop& p) {
   switch (p.type()) {
     case PT_UNICODE:
@@ -325,66 +341,39 @@ HRESULT deliver(const Prop* prop, ULONG requested, void* root, SPropValue& out,
     case PT_BINARY:
       a.copyBinary(value.bin, out.Value.bin);
       break;
-    case PT_CLSID: {
-      out.Value.lpguid = a.alloc<GUID>(1);
-      if (out.Value.lpguid) {
-        std::memset(out.Value.lpguid, 0, sizeof(GUID));
-        std::memcpy(out.Value.lpguid, value.bin.data(), std::min<size_t>(16, value.bin.size()));
-      }
+    case PT_CLSID:
+      if ((out.Value.lpguid = a.alloc<GUID>(1))) copyGuid(value.bin, *out.Value.lpguid);
       break;
-    }
     case PT_MV_I2:
-      out.Value.MVi.cValues = static_cast<ULONG>(value.nums.size());
-      if ((out.Value.MVi.lpi = a.alloc<SHORT>(value.nums.size())))
-        for (size_t i = 0; i < value.nums.size(); ++i)
-          out.Value.MVi.lpi[i] = static_cast<SHORT>(value.nums[i]);
+      copyEach(a, value.nums, out.Value.MVi.cValues, out.Value.MVi.lpi,
+               [](int64_t n, SHORT& to) { to = static_cast<SHORT>(n); });
       break;
     case PT_MV_LONG:
-      out.Value.MVl.cValues = static_cast<ULONG>(value.nums.size());
-      if ((out.Value.MVl.lpl = a.alloc<LONG>(value.nums.size())))
-        for (size_t i = 0; i < value.nums.size(); ++i)
-          out.Value.MVl.lpl[i] = static_cast<LONG>(value.nums[i]);
+      copyEach(a, value.nums, out.Value.MVl.cValues, out.Value.MVl.lpl,
+               [](int64_t n, LONG& to) { to = static_cast<LONG>(n); });
       break;
     case PT_MV_I8:
-      out.Value.MVli.cValues = static_cast<ULONG>(value.nums.size());
-      if ((out.Value.MVli.lpli = a.alloc<LARGE_INTEGER>(value.nums.size())))
-        for (size_t i = 0; i < value.nums.size(); ++i)
-          out.Value.MVli.lpli[i].QuadPart = value.nums[i];
+      copyEach(a, value.nums, out.Value.MVli.cValues, out.Value.MVli.lpli,
+               [](int64_t n, LARGE_INTEGER& to) { to.QuadPart = n; });
       break;
     case PT_MV_SYSTIME:
-      out.Value.MVft.cValues = static_cast<ULONG>(value.nums.size());
-      if ((out.Value.MVft.lpft = a.alloc<FILETIME>(value.nums.size())))
-        for (size_t i = 0; i < value.nums.size(); ++i)
-          out.Value.MVft.lpft[i] = toFileTime(value.nums[i]);
+      copyEach(a, value.nums, out.Value.MVft.cValues, out.Value.MVft.lpft,
+               [](int64_t n, FILETIME& to) { to = toFileTime(n); });
       break;
     case PT_MV_STRING8:
-      out.Value.MVszA.cValues = static_cast<ULONG>(value.strs.size());
-      if ((out.Value.MVszA.lppszA = a.alloc<LPSTR>(value.strs.size())))
-        for (size_t i = 0; i < value.strs.size(); ++i)
-          out.Value.MVszA.lppszA[i] = a.copyString8(value.strs[i]);
+      copyEach(a, value.strs, out.Value.MVszA.cValues, out.Value.MVszA.lppszA,
+               [&a](const std::string& from, LPSTR& to) { to = a.copyString8(from); });
       break;
     case PT_MV_UNICODE:
-      out.Value.MVszW.cValues = static_cast<ULONG>(value.texts.size());
-      if ((out.Value.MVszW.lppszW = a.alloc<LPWSTR>(value.texts.size())))
-        for (size_t i = 0; i < value.texts.size(); ++i)
-          out.Value.MVszW.lppszW[i] = a.copyText(value.texts[i]);
+      copyEach(a, value.texts, out.Value.MVszW.cValues, out.Value.MVszW.lppszW,
+               [&a](const std::u16string& from, LPWSTR& to) { to = a.copyText(from); });
+      break;
+    case PT_MV_CLSID:
+      copyEach(a, value.bins, out.Value.MVguid.cValues, out.Value.MVguid.lpguid, copyGuid);
       break;
     case PT_MV_BINARY:
-    case PT_MV_CLSID:
-      if (target == PT_MV_CLSID) {
-        out.Value.MVguid.cValues = static_cast<ULONG>(value.bins.size());
-        if ((out.Value.MVguid.lpguid = a.alloc<GUID>(value.bins.size())))
-          for (size_t i = 0; i < value.bins.size(); ++i) {
-            std::memset(&out.Value.MVguid.lpguid[i], 0, sizeof(GUID));
-            std::memcpy(&out.Value.MVguid.lpguid[i], value.bins[i].data(),
-                        std::min<size_t>(16, value.bins[i].size()));
-          }
-        break;
-      }
-      out.Value.MVbin.cValues = static_cast<ULONG>(value.bins.size());
-      if ((out.Value.MVbin.lpbin = a.alloc<SBinary>(value.bins.size())))
-        for (size_t i = 0; i < value.bins.size(); ++i)
-          a.copyBinary(value.bins[i], out.Value.MVbin.lpbin[i]);
+      copyEach(a, value.bins, out.Value.MVbin.cValues, out.Value.MVbin.lpbin,
+               [&a](const Bytes& from, SBinary& to) { a.copyBinary(from, to); });
       break;
     case PT_OBJECT:
       out.Value.x = 0;
