@@ -30,3 +30,7 @@ class ComError : public std::exception {
 std::string hrText(HRESULT hr);
 
 }  // namespace PIM
+
+// " ERR> HR Error: 0x80004005: <context>" (needs core/debug_logger.h and a
+// PIM_ENTRY in the calling function).
+#define PIM_LOG_HR(hr, context) PIM_LOG_ERR("HR Error: " << ::PIM::hrText(hr) << ": " << context)

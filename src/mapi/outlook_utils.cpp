@@ -9,9 +9,6 @@
 #include "mapi/mapi_properties.h"
 #include "mapi/mapi_table.h"
 
-// " ERR> HR Error: <code>: <context>", the form of every store failure here.
-#define PIM_LOG_HR(hr, context) PIM_LOG_ERR("HR Error: " << hrText(hr) << ": " << context)
-
 namespace PIM::OutlookUtils {
 
 namespace {

@@ -13,7 +13,9 @@
 // Thread safety: every method may be called from any thread.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -74,6 +76,15 @@ struct CrashInfo {
   int registerDigits = 8;              // hexadecimal digits per register value
 };
 
+// A file open for writing; closed when destroyed.
+class WritableFile {
+ public:
+  virtual ~WritableFile() = default;
+  // The number of bytes written: fewer than `size` when the disk is full or
+  // the file has failed.
+  virtual size_t write(const void* data, size_t size) = 0;
+};
+
 // Called on the crashing thread. Returns when the report is written; the
 // platform then hands the fault to the previous handler or ends the process.
 using CrashHandler = void (*)(const CrashInfo&);
@@ -115,6 +126,9 @@ class Env {
   // Opens for reading and writing without sharing, creating it if missing,
   // and closes it again at once.
   virtual OpenAlwaysResult openAlways(const std::u16string& path) = 0;
+  // Creates the file, or empties an existing one, for writing bytes; null
+  // when it cannot be opened.
+  virtual std::unique_ptr<WritableFile> openForWriting(const std::u16string& path) = 0;
 
   // --- User-interface language -----------------------------------------
   // The user's default UI language as a Windows language identifier
@@ -159,6 +173,9 @@ class EnvWrapper : public Env {
   bool pathStatus(const std::u16string& p) override { return target_->pathStatus(p); }
   bool makeDirectory(const std::u16string& p) override { return target_->makeDirectory(p); }
   OpenAlwaysResult openAlways(const std::u16string& p) override { return target_->openAlways(p); }
+  std::unique_ptr<WritableFile> openForWriting(const std::u16string& p) override {
+    return target_->openForWriting(p);
+  }
   uint16_t userUiLanguage() override { return target_->userUiLanguage(); }
   std::u16string languageAbbreviation(uint16_t id) override {
     return target_->languageAbbreviation(id);

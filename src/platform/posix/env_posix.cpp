@@ -13,6 +13,7 @@
 #include <cstdlib>
 
 #include "platform/posix/posix_env.h"
+#include "platform/stdio_file.h"
 #include "platform/thread_local_slot.h"
 
 namespace PIM {
@@ -139,6 +140,10 @@ OpenAlwaysResult PosixEnv::openAlways(const std::u16string& path) {
   if (fd < 0) return OpenAlwaysResult::Failed;
   close(fd);
   return OpenAlwaysResult::AlreadyExisted;
+}
+
+std::unique_ptr<WritableFile> PosixEnv::openForWriting(const std::u16string& path) {
+  return StdioWritableFile::adopt(std::fopen(narrow(path).c_str(), "wbe"));
 }
 
 // ---------------------------------------------------------------------------

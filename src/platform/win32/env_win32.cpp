@@ -1,6 +1,7 @@
 #include <windows.h>
 #include <shlobj.h>
 
+#include "platform/stdio_file.h"
 #include "platform/thread_local_slot.h"
 #include "platform/win32/win32_env.h"
 
@@ -104,6 +105,10 @@ OpenAlwaysResult Win32Env::openAlways(const std::u16string& path) {
   CloseHandle(file);
   return error == ERROR_ALREADY_EXISTS ? OpenAlwaysResult::AlreadyExisted
                                        : OpenAlwaysResult::Created;
+}
+
+std::unique_ptr<WritableFile> Win32Env::openForWriting(const std::u16string& path) {
+  return StdioWritableFile::adopt(_wfopen(wide(path), L"wb"));
 }
 
 // ---------------------------------------------------------------------------

@@ -28,6 +28,7 @@ class Win32Env : public Env {
   bool pathStatus(const std::u16string& path) override;
   bool makeDirectory(const std::u16string& path) override;
   OpenAlwaysResult openAlways(const std::u16string& path) override;
+  std::unique_ptr<WritableFile> openForWriting(const std::u16string& path) override;
   uint16_t userUiLanguage() override;
   std::u16string languageAbbreviation(uint16_t langId) override;
   KeyStore& keyStore() override;

@@ -1,0 +1,2 @@
+// getDataList is a template in data_list.h, made once per record type.
+#include "capture/data_list.h"

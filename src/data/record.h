@@ -1,0 +1,59 @@
+// What the four record types (tasks, calendar entries, contacts, e-mails)
+// have in common: the query each puts on a folder's contents table, the
+// priority numbering, the enumeration texts and the attribute writer of their
+// XML elements.
+//
+// A record type T offers, and the capture's table reader calls in this order:
+//   static std::vector<NameIdPair> getNameIdPairs();
+//   static PropTagArray getPropIds(const std::vector<NameIdPair>& pairs);
+//   static HRESULT getRestriction(RecordQuery& query, const std::vector<NameIdPair>& pairs);
+//   static HRESULT makeDataRow(const std::vector<NameIdPair>& pairs, const MAPIProperties& row,
+//                              IMAPIFolder* source, T& record);
+//   std::u16string toXMLString() const;
+// The pairs' tag slots hold the store's tags once they are resolved, and a
+// named property is found by its index in the vector.
+#pragma once
+
+#include <cstdint>
+#include <initializer_list>
+#include <string>
+
+#include "mapi/mapi.h"
+#include "mapi/mapi_ptr.h"
+
+namespace PIM {
+
+// What a record type asks of a table: at most `rowLimit` rows, filtered and
+// ordered as given. The caller creates it without limit, restriction or
+// sort; the buffers are MAPI-allocated and freed with the query.
+struct RecordQuery {
+  static constexpr ULONG kNoLimit = 0xFFFFFFFF;
+  ULONG rowLimit = kNoLimit;
+  MapiBuffer<SRestriction> restriction;
+  MapiBuffer<SSortOrderSet> sortOrder;
+};
+
+// Shared by tasks and appointments. "Low" comes after "Normal" in this
+// numbering, unlike the store's.
+enum Priority : int32_t { PriorityUnknown = 0, PriorityNormal = 1, PriorityLow = 2, PriorityHigh = 3 };
+
+// The store's PR_PRIORITY (-1, 0, 1) as a Priority; anything else logs
+// "Invalid priority value." and gives PriorityUnknown.
+Priority priorityFromStore(LONG value);
+std::u16string priorityText(Priority priority);
+
+// texts[value], or "invalid" with the log line "Invalid data type." when the
+// value lies outside the table.
+std::u16string enumText(int32_t value, std::initializer_list<const char16_t*> texts);
+
+// Appends ` name="value"` with the value escaped for XML.
+void appendAttribute(std::u16string& out, const char16_t* name, const std::u16string& value);
+// Appends ` name="number"` in decimal.
+void appendAttribute(std::u16string& out, const char16_t* name, uint64_t value);
+void appendAttribute(std::u16string& out, const char16_t* name, int64_t value);
+
+// A decimal number as UTF-16 text.
+std::u16string decimal(uint64_t value);
+std::u16string decimal(int64_t value);
+
+}  // namespace PIM
