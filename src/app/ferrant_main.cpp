@@ -1,21 +1,27 @@
 // ferrant: runs the system from a terminal.
 #include <cstdio>
 #include <cstring>
+#include <iostream>
 #include <string>
 
+#include "app/decode_command.h"
+#include "app/exit_codes.h"
 #include "core/debug_logger.h"
 #include "core/utils.h"
 
 namespace {
 
-constexpr int kExitOk = 0;
-constexpr int kExitUsage = 2;
+using PIM::kExitOk;
+using PIM::kExitUsage;
 
 const char kUsage[] =
-    "usage: ferrant [--version] [--help] <command>\n"
+    "usage: ferrant [--version] [--help] <command> [<args>]\n"
     "\n"
     "commands:\n"
-    "  paths     show the data, logs and module folders\n";
+    "  paths     show the data, logs and module folders\n"
+    "  decode    show what a capture writes of a recurrence or member blob\n"
+    "\n"
+    "'ferrant <command> --help' tells more of a command.\n";
 
 int showPaths() {
   PIM_ENTRY("ferrant::showPaths");
@@ -40,6 +46,8 @@ int main(int argc, char** argv) {
     result = kExitOk;
   } else if (!std::strcmp(argv[1], "paths")) {
     result = showPaths();
+  } else if (!std::strcmp(argv[1], "decode")) {
+    result = PIM::runDecode(argc - 2, argv + 2, std::cout, std::cerr);
   } else {
     std::fprintf(stderr, "ferrant: unknown command '%s' (see ferrant --help)\n", argv[1]);
   }

@@ -1,0 +1,13 @@
+// The exit codes of the ferrant command.
+#pragma once
+
+namespace PIM {
+
+inline constexpr int kExitOk = 0;
+// Some of the work failed: a blob was rejected, a folder could not be read.
+inline constexpr int kExitRejected = 1;
+inline constexpr int kExitUsage = 2;
+// The store could not be opened or read at all.
+inline constexpr int kExitStore = 3;
+
+}  // namespace PIM
