@@ -22,7 +22,7 @@ class ClockEnv : public EnvWrapper {
  public:
   ClockEnv() : EnvWrapper(Env::platformDefault()) {}
   SystemTime now{2026, 11, 0, 22, 10, 30, 0, 0};  // UTC
-  TimeZoneInfo zone{};                             // UTC, no daylight saving
+  TimeZoneInfo zone{};                            // UTC, no daylight saving
   SystemTime systemTimeNow() override { return now; }
   TimeZoneInfo timeZone() override { return zone; }
 };
@@ -31,6 +31,12 @@ class ClockEnv : public EnvWrapper {
 // is valid, else what xmllint said. Off Linux the check is not available and
 // answers std::nullopt.
 std::optional<std::string> schemaErrors(const std::u16string& path);
+
+inline void expectValidDataFile(const std::u16string& path) {
+  if (const std::optional<std::string> errors = schemaErrors(path)) {
+    EXPECT_EQ(*errors, "") << "the file does not follow XMLDataSchema.xsd";
+  }
+}
 
 class RecordTest : public store::testing::StoreTest {
  protected:
@@ -58,7 +64,7 @@ class RecordTest : public store::testing::StoreTest {
   std::string fileOf(const std::vector<Record>& records) {
     const std::u16string path = dir_.file(u"records.xml");
     EXPECT_TRUE(writeToFile(path, records));
-    if (auto errors = schemaErrors(path)) EXPECT_EQ(*errors, "");
+    expectValidDataFile(path);
     return readFileBytes(path);
   }
 

@@ -35,7 +35,12 @@ struct RecordQuery {
 
 // Shared by tasks and appointments. "Low" comes after "Normal" in this
 // numbering, unlike the store's.
-enum Priority : int32_t { PriorityUnknown = 0, PriorityNormal = 1, PriorityLow = 2, PriorityHigh = 3 };
+enum Priority : int32_t {
+  PriorityUnknown = 0,
+  PriorityNormal = 1,
+  PriorityLow = 2,
+  PriorityHigh = 3
+};
 
 // The store's PR_PRIORITY (-1, 0, 1) as a Priority; anything else logs
 // "Invalid priority value." and gives PriorityUnknown.

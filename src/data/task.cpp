@@ -129,15 +129,16 @@ std::u16string Task::toXMLString() const {
   if (settings().capturePriority && priority != PriorityUnknown)
     appendAttribute(xml, u"priority", priorityToStr(priority));
   xml += u">\r\n";
-  if (settings().captureBody && !body.empty()) xml += u"  <body>" + escapeXML(body) + u"</body>\r\n";
+  if (settings().captureBody && !body.empty())
+    xml += u"  <body>" + escapeXML(body) + u"</body>\r\n";
   xml += u"</task>";
   return xml;
 }
 
 std::u16string Task::statusToStr(TaskStatus status) {
   PIM_ENTRY("PIM::Task::statusToStr");
-  return enumText(status,
-                  {u"Unknown", u"Not started", u"In progress", u"Completed", u"Waiting", u"Deferred"});
+  return enumText(
+      status, {u"Unknown", u"Not started", u"In progress", u"Completed", u"Waiting", u"Deferred"});
 }
 
 std::u16string Task::priorityToStr(Priority priority) {
