@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "mapi/entry_id.h"
+#include "prefs/preferences_listener.h"
 
 namespace PIM {
 
@@ -92,6 +93,12 @@ struct PreferenceValues {
   Setting<uint32_t> captureInterval{15};  // minutes
 };
 
+class RegistryKey;
+
+// The settings live under the current user's "Software\Corvel\CVTK" and its
+// subkeys "Calendar", "Contacts", "Email" and "Tasks" (the registry on
+// Windows, the per-user key store elsewhere). Loaded when the add-in
+// connects, saved whole when the preferences sheet is confirmed.
 class Preferences : public PreferenceValues {
  public:
   // The one process-wide object; it lives until the process ends.
@@ -100,11 +107,40 @@ class Preferences : public PreferenceValues {
   Preferences(const Preferences&) = delete;
   Preferences& operator=(const Preferences&) = delete;
 
-  // Every value back to its default (a first start, and tests).
+  // Reads every value (defaults for missing ones; the default calendar,
+  // contacts and task folders of the default store for a list never saved),
+  // then saves, so that the store holds every value afterwards.
+  void load();
+  // Writes every value, then tells the listeners.
+  void save();
+
+  // Listeners are told in the order they were added. Adding one twice or
+  // removing an absent one is a programming error (logged).
+  void addListener(IPreferencesListener* listener);
+  void removeListener(IPreferencesListener* listener);
+  void notifyListeners();
+
+  // Every value back to its default (a first start, and tests); listeners
+  // stay.
   void resetToDefaults() { static_cast<PreferenceValues&>(*this) = PreferenceValues(); }
+
+  // A folder identity as a binary value: a 32-bit little-endian length and
+  // the folder's identifier, then the same for its store's.
+  static std::vector<uint8_t> toKeyData(const OutlookFolder& folder);
+  // False, with a log line, when the bytes do not hold both identifiers;
+  // bytes after them are ignored.
+  static bool fromKeyData(const std::vector<uint8_t>& bytes, OutlookFolder& folder);
+
+  // The list of a kind from its subkey: the default folder when no count was
+  // ever saved, else the saved folders that can be read, each once.
+  static void loadFolders(const RegistryKey& key, std::vector<OutlookFolder>& folders,
+                          const OutlookFolder& defaultFolder);
+  static void saveFolders(RegistryKey& key, const std::vector<OutlookFolder>& folders);
 
  private:
   Preferences() = default;
+
+  std::vector<IPreferencesListener*> listeners_;
 };
 
 }  // namespace PIM
