@@ -42,6 +42,11 @@ function(ferrant_module name)
     add_executable(${name}_tests ${test_srcs})
     target_link_libraries(${name}_tests PRIVATE ${name} ferrant_testing ${M_TEST_DEPENDS}
                           GTest::gtest GTest::gmock)
+    # The reference store supplies the MAPI functions that the libraries
+    # below it call: name it again after them so that static linking finds it.
+    if(M_TEST_DEPENDS)
+      target_link_libraries(${name}_tests PRIVATE ${M_DEPENDS} ${M_TEST_DEPENDS})
+    endif()
     gtest_discover_tests(${name}_tests DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 120
                          PROPERTIES TIMEOUT 120)
   endif()
