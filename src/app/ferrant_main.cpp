@@ -4,9 +4,13 @@
 #include <iostream>
 #include <string>
 
+#include "app/command_line.h"
 #include "app/decode_command.h"
 #include "app/exit_codes.h"
+#include "app/prefs_command.h"
+#include "app/store_session.h"
 #include "core/debug_logger.h"
+#include "core/resource_loader.h"
 #include "core/utils.h"
 
 namespace {
@@ -19,6 +23,7 @@ const char kUsage[] =
     "\n"
     "commands:\n"
     "  paths     show the data, logs and module folders\n"
+    "  prefs     show or change the settings a capture follows\n"
     "  decode    show what a capture writes of a recurrence or member blob\n"
     "\n"
     "'ferrant <command> --help' tells more of a command.\n";
@@ -32,11 +37,44 @@ int showPaths() {
   return kExitOk;
 }
 
+// Runs a command that works on a store: takes the shared options, opens the
+// store and hands the rest of the arguments on.
+template <class Command>
+int withStore(int argc, char** argv, Command command) {
+  PIM::CommonOptions options;
+  std::string error;
+  if (!PIM::parseCommonOptions(argc, argv, options, error)) {
+    std::fprintf(stderr, "ferrant: %s\n", error.c_str());
+    return kExitUsage;
+  }
+  for (char* arg : options.rest) {
+    if (!std::strcmp(arg, "--help") || !std::strcmp(arg, "-h")) {
+      PIM::StoreSession none;
+      return command(static_cast<int>(options.rest.size()), options.rest.data(), none);
+    }
+  }
+  if (!options.dataDir.empty()) PIM::setDataFolder(PIM::fromUtf8(options.dataDir));
+  const std::u16string path =
+      options.store.empty() ? PIM::StoreSession::defaultStorePath() : PIM::fromUtf8(options.store);
+  if (path.empty()) {
+    std::fputs("ferrant: no store file given and no sample mailbox installed (use --store FILE)\n",
+               stderr);
+    return PIM::kExitStore;
+  }
+  PIM::StoreSession session;
+  if (!session.open(path, error)) {
+    std::fprintf(stderr, "ferrant: %s\n", error.c_str());
+    return PIM::kExitStore;
+  }
+  return command(static_cast<int>(options.rest.size()), options.rest.data(), session);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   PIM::DebugLogger::instance().start();
   PIM::StackLogger::initialise();
+  PIM::ResourceLoader::instance()->loadResource();
   int result = kExitUsage;
   if (argc < 2 || !std::strcmp(argv[1], "--help") || !std::strcmp(argv[1], "-h")) {
     std::fputs(kUsage, argc < 2 ? stderr : stdout);
@@ -46,11 +84,16 @@ int main(int argc, char** argv) {
     result = kExitOk;
   } else if (!std::strcmp(argv[1], "paths")) {
     result = showPaths();
+  } else if (!std::strcmp(argv[1], "prefs")) {
+    result = withStore(argc - 2, argv + 2, [](int n, char** args, PIM::StoreSession& session) {
+      return PIM::runPrefs(n, args, session, std::cout, std::cerr);
+    });
   } else if (!std::strcmp(argv[1], "decode")) {
     result = PIM::runDecode(argc - 2, argv + 2, std::cout, std::cerr);
   } else {
     std::fprintf(stderr, "ferrant: unknown command '%s' (see ferrant --help)\n", argv[1]);
   }
+  PIM::ResourceLoader::freeInstance();
   PIM::StackLogger::shutdown();
   PIM::DebugLogger::instance().stop();
   return result;

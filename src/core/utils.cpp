@@ -377,9 +377,24 @@ bool makerSubfolder(const char16_t* name, std::u16string& path) {
 
 }  // namespace
 
+namespace {
+// Set once by the command line before any capture starts; read-only after.
+std::u16string& dataFolderOverride() {
+  static std::u16string folder;
+  return folder;
+}
+}  // namespace
+
+void setDataFolder(const std::u16string& folder) { dataFolderOverride() = folder; }
+
 std::u16string getDataFolder() {
   PIM_ENTRY("PIM::getDataFolder");
-  std::u16string path;
+  std::u16string path = dataFolderOverride();
+  if (!path.empty()) {
+    if (createPath(path)) return path;
+    PIM_LOG_ERR("Could not create path: " << toUtf8(path));
+    return {};
+  }
   if (makerSubfolder(u"CVTK_Data", path)) return path;
   if (!path.empty()) PIM_LOG_ERR("Could not create path: " << toUtf8(path));
   return {};

@@ -68,6 +68,10 @@ bool createPath(const std::u16string& path);
 // line) when it cannot be.
 std::u16string getCorvelFolder();
 std::u16string getDataFolder();
+// The command line may put the data elsewhere (`ferrant --data-dir`): the
+// folder is used as the data folder from then on; empty restores the
+// default. Set before any capture starts.
+void setDataFolder(const std::u16string& folder);
 std::u16string getLogsFolder();
 
 }  // namespace PIM

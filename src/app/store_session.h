@@ -1,0 +1,43 @@
+// The message store a ferrant command works on: a store file (a JSON
+// fixture of the reference store) loaded and logged on to, its session handed
+// to OutlookApp for as long as the command runs, as the add-in hands over
+// Outlook's.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "mapi/mapi.h"
+#include "mapi/mapi_ptr.h"
+
+namespace PIM {
+
+namespace store {
+class Profile;
+}
+
+class StoreSession {
+ public:
+  // The sample mailbox installed with the program, or the one in the source
+  // tree when run from a build folder; empty when neither exists.
+  static std::u16string defaultStorePath();
+
+  StoreSession() = default;
+  ~StoreSession();
+  StoreSession(const StoreSession&) = delete;
+  StoreSession& operator=(const StoreSession&) = delete;
+
+  // Loads the file and logs on; on failure `error` says why in one line.
+  bool open(const std::u16string& path, std::string& error);
+
+  IMAPISession* session() const { return session_.get(); }
+  const std::shared_ptr<store::Profile>& profile() const { return profile_; }
+  const std::u16string& path() const { return path_; }
+
+ private:
+  std::u16string path_;
+  std::shared_ptr<store::Profile> profile_;
+  ComPtr<IMAPISession> session_;
+};
+
+}  // namespace PIM
