@@ -57,6 +57,23 @@ struct TimeZoneInfo {
   TimeZoneState state = TimeZoneState::Unknown;
 };
 
+// The attribute bits of a folder entry, numbered as Win32 numbers them.
+inline constexpr uint32_t kFileAttributeReadOnly = 0x01;
+inline constexpr uint32_t kFileAttributeDirectory = 0x10;
+
+// One entry of a folder listing.
+struct FolderEntry {
+  std::u16string name;  // the bare name
+  uint32_t attributes = 0;
+};
+
+// What a thread set up so that a crash on it can still be reported; undone
+// when destroyed, which must happen on the same thread.
+class ThreadCrashScope {
+ public:
+  virtual ~ThreadCrashScope() = default;
+};
+
 // What opening a file with "open always" found.
 enum class OpenAlwaysResult { Failed, Created, AlreadyExisted };
 
@@ -129,6 +146,22 @@ class Env {
   // Creates the file, or empties an existing one, for writing bytes; null
   // when it cannot be opened.
   virtual std::unique_ptr<WritableFile> openForWriting(const std::u16string& path) = 0;
+  // Every entry of `folder` but "." and "..", in no particular order, with
+  // its read-only and directory bits. Off Windows a file is read-only when
+  // its owner may not write it. False when the folder cannot be read.
+  virtual bool listFolder(const std::u16string& folder, std::vector<FolderEntry>& entries) = 0;
+  // Deletes one file; true on success.
+  virtual bool removeFile(const std::u16string& path) = 0;
+
+  // --- Threads ------------------------------------------------------------
+  // Puts the calling thread one step below normal priority where the system
+  // lets a process do that.
+  virtual void lowerThreadPriority() = 0;
+  // Called first thing on every thread the system starts: a fault on it must
+  // still reach the crash report (off Windows the report needs an alternate
+  // signal stack on each thread). Keep the result until the thread ends;
+  // null when nothing had to be done.
+  virtual std::unique_ptr<ThreadCrashScope> prepareThreadForCrashes() = 0;
 
   // --- User-interface language -----------------------------------------
   // The user's default UI language as a Windows language identifier
@@ -175,6 +208,14 @@ class EnvWrapper : public Env {
   OpenAlwaysResult openAlways(const std::u16string& p) override { return target_->openAlways(p); }
   std::unique_ptr<WritableFile> openForWriting(const std::u16string& p) override {
     return target_->openForWriting(p);
+  }
+  bool listFolder(const std::u16string& f, std::vector<FolderEntry>& e) override {
+    return target_->listFolder(f, e);
+  }
+  bool removeFile(const std::u16string& p) override { return target_->removeFile(p); }
+  void lowerThreadPriority() override { target_->lowerThreadPriority(); }
+  std::unique_ptr<ThreadCrashScope> prepareThreadForCrashes() override {
+    return target_->prepareThreadForCrashes();
   }
   uint16_t userUiLanguage() override { return target_->userUiLanguage(); }
   std::u16string languageAbbreviation(uint16_t id) override {

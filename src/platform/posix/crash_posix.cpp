@@ -66,21 +66,42 @@ size_t signalIndex(int signal) {
                 std::begin(kFatalSignals));
 }
 
-// Alternate stacks are per thread: the installing thread gets one unless it
-// has one already. On other threads the handler runs on the thread's own
-// stack, so their stack overflows end the process without a report. The
-// memory stays reachable here and is never freed, as the thread may still be
-// running on it when the hook is removed.
-void ensureAlternateStack() {
+// Alternate stacks are per thread: the installing thread gets one here, and
+// every thread the system starts asks for its own (prepareThreadForCrashes).
+// A thread without one runs the handler on its own stack, so its stack
+// overflow ends the process without a report.
+class AlternateStack final : public ThreadCrashScope {
+ public:
+  explicit AlternateStack(std::unique_ptr<char[]> memory) : memory_(std::move(memory)) {}
+  ~AlternateStack() override {
+    stack_t off = {};
+    off.ss_flags = SS_DISABLE;
+    sigaltstack(&off, nullptr);
+  }
+
+ private:
+  std::unique_ptr<char[]> memory_;
+};
+
+// Null when the calling thread has an alternate stack already or none can be
+// set.
+std::unique_ptr<ThreadCrashScope> newAlternateStack() {
   stack_t current;
-  if (sigaltstack(nullptr, &current) == 0 && !(current.ss_flags & SS_DISABLE)) return;
-  static auto* stacks = new std::vector<std::unique_ptr<char[]>>();
-  size_t size = std::max<size_t>(kAlternateStackSize, size_t(SIGSTKSZ));
+  if (sigaltstack(nullptr, &current) == 0 && !(current.ss_flags & SS_DISABLE)) return nullptr;
+  const size_t size = std::max<size_t>(kAlternateStackSize, size_t(SIGSTKSZ));
   auto memory = std::make_unique<char[]>(size);
   stack_t stack = {};
   stack.ss_sp = memory.get();
   stack.ss_size = size;
-  if (sigaltstack(&stack, nullptr) == 0) stacks->push_back(std::move(memory));
+  if (sigaltstack(&stack, nullptr) != 0) return nullptr;
+  return std::make_unique<AlternateStack>(std::move(memory));
+}
+
+// The installing thread's stack stays reachable here and is never freed, as
+// the thread may still be running on it when the hook is removed.
+void ensureAlternateStack() {
+  static auto* kept = new std::vector<std::unique_ptr<ThreadCrashScope>>();
+  if (auto stack = newAlternateStack()) kept->push_back(std::move(stack));
 }
 
 bool nearStackGuard(uintptr_t fault) {
@@ -240,6 +261,10 @@ void PosixEnv::uninstallCrashHandler() {
   for (size_t i = 0; i < kSignalCount; ++i) sigaction(kFatalSignals[i], &g_previous[i], nullptr);
   g_installed = false;
   g_handler = nullptr;
+}
+
+std::unique_ptr<ThreadCrashScope> PosixEnv::prepareThreadForCrashes() {
+  return newAlternateStack();
 }
 
 void PosixEnv::showFatalMessage(const std::u16string& caption, const std::u16string& text) {

@@ -1,8 +1,10 @@
+#include <dirent.h>
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <link.h>
 #include <pthread.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
@@ -39,6 +41,10 @@ SystemTime fromTm(const struct tm& tm, long nanoseconds) {
 }
 
 void moduleAnchor() {}
+
+struct DirCloser {
+  void operator()(DIR* dir) const { closedir(dir); }
+};
 
 }  // namespace
 
@@ -144,6 +150,36 @@ OpenAlwaysResult PosixEnv::openAlways(const std::u16string& path) {
 
 std::unique_ptr<WritableFile> PosixEnv::openForWriting(const std::u16string& path) {
   return StdioWritableFile::adopt(std::fopen(narrow(path).c_str(), "wbe"));
+}
+
+bool PosixEnv::listFolder(const std::u16string& folder, std::vector<FolderEntry>& entries) {
+  const std::string native = narrow(folder);
+  std::unique_ptr<DIR, DirCloser> dir(opendir(native.c_str()));
+  if (!dir) return false;
+  while (const struct dirent* entry = readdir(dir.get())) {
+    const std::string name = entry->d_name;
+    if (name == "." || name == "..") continue;
+    FolderEntry out;
+    out.name = widen(name);
+    struct stat st;
+    // An entry that vanished since readdir is still listed, without bits.
+    if (stat((native + "/" + name).c_str(), &st) == 0) {
+      if (S_ISDIR(st.st_mode)) out.attributes |= kFileAttributeDirectory;
+      if (!(st.st_mode & S_IWUSR)) out.attributes |= kFileAttributeReadOnly;
+    }
+    entries.push_back(std::move(out));
+  }
+  return true;
+}
+
+bool PosixEnv::removeFile(const std::u16string& path) { return unlink(narrow(path).c_str()) == 0; }
+
+void PosixEnv::lowerThreadPriority() {
+  // Linux keeps a nice value per thread; the thread id selects it.
+  const id_t self = static_cast<id_t>(syscall(SYS_gettid));
+  errno = 0;
+  const int nice = getpriority(PRIO_PROCESS, self);
+  if (errno == 0) setpriority(PRIO_PROCESS, self, nice + 1);
 }
 
 // ---------------------------------------------------------------------------

@@ -164,6 +164,10 @@ void Win32Env::uninstallCrashHandler() {
   g_handler = nullptr;
 }
 
+// The report of a stack overflow switches to its fiber from whichever thread
+// overflowed, so threads need nothing of their own.
+std::unique_ptr<ThreadCrashScope> Win32Env::prepareThreadForCrashes() { return nullptr; }
+
 void Win32Env::showFatalMessage(const std::u16string& caption, const std::u16string& text) {
   // Runs that expect a crash with nobody at the screen (the crash tests) set
   // this variable: the message then goes to standard error as it does off

@@ -111,6 +111,32 @@ std::unique_ptr<WritableFile> Win32Env::openForWriting(const std::u16string& pat
   return StdioWritableFile::adopt(_wfopen(wide(path), L"wb"));
 }
 
+namespace {
+struct FindCloser {
+  void operator()(HANDLE find) const { FindClose(find); }
+};
+}  // namespace
+
+bool Win32Env::listFolder(const std::u16string& folder, std::vector<FolderEntry>& entries) {
+  const std::u16string pattern = folder + u"\\*";
+  WIN32_FIND_DATAW data;
+  HANDLE first = FindFirstFileW(wide(pattern), &data);
+  if (first == INVALID_HANDLE_VALUE) return GetLastError() == ERROR_FILE_NOT_FOUND;
+  std::unique_ptr<void, FindCloser> find(first);
+  do {
+    const std::u16string name = fromWide(data.cFileName);
+    if (name == u"." || name == u"..") continue;
+    entries.push_back({name, static_cast<uint32_t>(data.dwFileAttributes)});
+  } while (FindNextFileW(find.get(), &data));
+  return true;
+}
+
+bool Win32Env::removeFile(const std::u16string& path) { return DeleteFileW(wide(path)) != FALSE; }
+
+void Win32Env::lowerThreadPriority() {
+  SetThreadPriority(GetCurrentThread(), THREAD_PRIORITY_BELOW_NORMAL);
+}
+
 // ---------------------------------------------------------------------------
 
 ThreadLocalSlot::ThreadLocalSlot() {

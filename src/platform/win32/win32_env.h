@@ -29,6 +29,10 @@ class Win32Env : public Env {
   bool makeDirectory(const std::u16string& path) override;
   OpenAlwaysResult openAlways(const std::u16string& path) override;
   std::unique_ptr<WritableFile> openForWriting(const std::u16string& path) override;
+  bool listFolder(const std::u16string& folder, std::vector<FolderEntry>& entries) override;
+  bool removeFile(const std::u16string& path) override;
+  void lowerThreadPriority() override;
+  std::unique_ptr<ThreadCrashScope> prepareThreadForCrashes() override;
   uint16_t userUiLanguage() override;
   std::u16string languageAbbreviation(uint16_t langId) override;
   KeyStore& keyStore() override;
