@@ -63,6 +63,31 @@ uint64_t specificSize(uint32_t type) {
   }
 }
 
+// The pattern line of each type, 1 to 7: its element and attributes in order.
+struct PatternAttribute {
+  const char16_t* name = nullptr;
+  uint32_t MAPIRecurrence::*field = nullptr;
+};
+struct PatternLine {
+  const char16_t* element;
+  PatternAttribute attributes[3];
+};
+const PatternLine kPatternLines[] = {
+    {u"<Daily", {{u"every", &MAPIRecurrence::every}}},
+    {u"<DailyWeekly", {}},
+    {u"<Weekly", {{u"onDays", &MAPIRecurrence::dayMask}, {u"every", &MAPIRecurrence::every}}},
+    {u"<MonthlySpecific", {{u"day", &MAPIRecurrence::day}, {u"every", &MAPIRecurrence::every}}},
+    {u"<MonthlyFuzzy",
+     {{u"occurrence", &MAPIRecurrence::occurrence},
+      {u"dayName", &MAPIRecurrence::dayMask},
+      {u"every", &MAPIRecurrence::every}}},
+    {u"<YearlySpecific", {{u"month", &MAPIRecurrence::month}, {u"day", &MAPIRecurrence::day}}},
+    {u"<YearlyFuzzy",
+     {{u"occurrence", &MAPIRecurrence::occurrence},
+      {u"dayName", &MAPIRecurrence::dayMask},
+      {u"month", &MAPIRecurrence::month}}},
+};
+
 uint64_t minutesToTicks(uint64_t minutes) { return minutes * kTicksPerMinute; }
 
 }  // namespace
@@ -237,41 +262,17 @@ std::u16string MAPIRecurrence::toXml() const {
   if (endDate != 0) appendAttribute(xml, u"endDate", endDate);
   if (occurrenceCount != 0) appendAttribute(xml, u"occurrenceCount", uint64_t{occurrenceCount});
   xml += u">\r\n";
-  switch (type) {
-    case Daily:
-      xml += u"<Daily";
-      appendAttribute(xml, u"every", uint64_t{every});
-      break;
-    case DailyWeekday:
-      xml += u"<DailyWeekly";
-      break;
-    case Weekly:
-      xml += u"<Weekly";
-      appendAttribute(xml, u"onDays", toDaysString(dayMask));
-      appendAttribute(xml, u"every", uint64_t{every});
-      break;
-    case MonthlySpecific:
-      xml += u"<MonthlySpecific";
-      appendAttribute(xml, u"day", uint64_t{day});
-      appendAttribute(xml, u"every", uint64_t{every});
-      break;
-    case MonthlyFuzzy:
-      xml += u"<MonthlyFuzzy";
-      appendAttribute(xml, u"occurrence", uint64_t{occurrence});
-      appendAttribute(xml, u"dayName", toDaysString(dayMask));
-      appendAttribute(xml, u"every", uint64_t{every});
-      break;
-    case YearlySpecific:
-      xml += u"<YearlySpecific";
-      appendAttribute(xml, u"month", uint64_t{month});
-      appendAttribute(xml, u"day", uint64_t{day});
-      break;
-    case YearlyFuzzy:
-      xml += u"<YearlyFuzzy";
-      appendAttribute(xml, u"occurrence", uint64_t{occurrence});
-      appendAttribute(xml, u"dayName", toDaysString(dayMask));
-      appendAttribute(xml, u"month", uint64_t{month});
-      break;
+  const PatternLine& line = kPatternLines[type - 1];
+  xml += line.element;
+  for (const PatternAttribute& attribute : line.attributes) {
+    if (!attribute.name) break;
+    const uint32_t value = this->*attribute.field;
+    // Day masks are written as weekday names.
+    if (attribute.field == &MAPIRecurrence::dayMask) {
+      appendAttribute(xml, attribute.name, toDaysString(value));
+    } else {
+      appendAttribute(xml, attribute.name, uint64_t{value});
+    }
   }
   xml += u" />\r\n</recurrence>\r\n";
   return xml;
