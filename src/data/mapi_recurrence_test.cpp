@@ -3,7 +3,6 @@
 // and against the captured blobs themselves.
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -488,22 +487,6 @@ TEST_F(MAPIRecurrenceTest, StartAndEndMoveToUtcByTheZoneInForce) {
 }
 
 // Captured blobs: the fields as read by hand from their bytes.
-Bytes capturedBlob(const std::string& name) {
-  const std::string dir = testing::sharedTestData();
-  if (dir.empty()) return {};
-  const std::filesystem::path path = std::filesystem::path(dir) / "mapi-blobs" / name;
-  std::error_code ec;
-  if (!std::filesystem::exists(path, ec)) return {};
-  const std::string text = testing::readFileBytes(path.u16string());
-  Bytes out;
-  std::string digits;
-  for (char c : text)
-    if (std::isxdigit(static_cast<unsigned char>(c))) digits += c;
-  for (size_t i = 0; i + 1 < digits.size(); i += 2)
-    out.push_back(static_cast<uint8_t>(std::stoi(digits.substr(i, 2), nullptr, 16)));
-  return out;
-}
-
 TEST_F(MAPIRecurrenceTest, CapturedBlobs) {
   if (testing::sharedTestData().empty()) GTEST_SKIP() << "no shared test data";
   struct Case {
@@ -518,7 +501,7 @@ TEST_F(MAPIRecurrenceTest, CapturedBlobs) {
       {"APPOINTMENTRECURRENCEPATTERN-4.dat", 0x1E, 1, 3, 10, 0x0CD132E0, 1050, 0x5AE980DF, 1080},
   };
   for (const Case& c : cases) {
-    const Bytes blob = capturedBlob(c.file);
+    const Bytes blob = testing::sharedBlob(c.file);
     if (blob.empty()) continue;
     testing::LogCapture log;
     const MAPIRecurrence r = decode(blob);
@@ -534,7 +517,7 @@ TEST_F(MAPIRecurrenceTest, CapturedBlobs) {
   // Bare patterns lack the appointment part: too short for their date lists
   // (4 deleted, 1 modified in 74 bytes) or for anything (54 bytes).
   for (const char* file : {"RECURRENCEPATTERN-1.dat", "RECURRENCEPATTERN-2.dat"}) {
-    const Bytes blob = capturedBlob(file);
+    const Bytes blob = testing::sharedBlob(file);
     if (blob.empty()) continue;
     testing::LogCapture log;
     EXPECT_EQ(decode(blob).type, MAPIRecurrence::None) << file;

@@ -1,6 +1,7 @@
 #include "testing/test_support.h"
 
 #include <atomic>
+#include <cctype>
 #include <filesystem>
 #include <fstream>
 #include <random>
@@ -77,6 +78,20 @@ std::string sharedTestData() {
   std::error_code ec;
   std::filesystem::path dir(FERRANT_SHARED_TESTDATA);
   return std::filesystem::is_directory(dir, ec) ? dir.string() : std::string();
+}
+
+std::vector<uint8_t> sharedBlob(const std::string& fileName) {
+  const std::string dir = sharedTestData();
+  std::error_code ec;
+  const std::filesystem::path path = std::filesystem::path(dir) / "mapi-blobs" / fileName;
+  if (dir.empty() || !std::filesystem::exists(path, ec)) return {};
+  std::string digits;
+  for (char c : readFileBytes(path.u16string()))
+    if (std::isxdigit(static_cast<unsigned char>(c))) digits += c;
+  std::vector<uint8_t> bytes;
+  for (size_t i = 0; i + 1 < digits.size(); i += 2)
+    bytes.push_back(static_cast<uint8_t>(std::stoi(digits.substr(i, 2), nullptr, 16)));
+  return bytes;
 }
 
 }  // namespace PIM::testing

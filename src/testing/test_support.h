@@ -1,6 +1,7 @@
 // Fixtures shared by the test suites.
 #pragma once
 
+#include <cstdint>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -54,5 +55,8 @@ void writeFileBytes(const std::u16string& path, const std::string& bytes);
 // The folder of captured MAPI blobs beside the repository, or empty text when
 // it is absent (tests using it skip).
 std::string sharedTestData();
+// A captured blob of the shared test data's "mapi-blobs" folder, whose file
+// holds it as hexadecimal text; empty when the file is absent.
+std::vector<uint8_t> sharedBlob(const std::string& fileName);
 
 }  // namespace PIM::testing
