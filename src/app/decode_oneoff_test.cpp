@@ -2,11 +2,10 @@
 // distribution lists and on values no store would write.
 #include <gtest/gtest.h>
 
-#include <sstream>
 #include <string>
 #include <vector>
 
-#include "app/decode_command.h"
+#include "app/decode_test_util.h"
 #include "app/exit_codes.h"
 #include "core/utils.h"
 #include "store/fixture.h"
@@ -15,30 +14,10 @@
 namespace PIM {
 namespace {
 
-struct Result {
-  int code;
-  std::string out;
-  std::string err;
-};
+using Result = testing::DecodeResult;
+using testing::hexOf;
 
-Result decodeOneOff(std::vector<std::string> args) {
-  args.insert(args.begin(), "oneoff");
-  std::vector<char*> argv;
-  for (std::string& arg : args) argv.push_back(arg.data());
-  std::ostringstream out, err;
-  const int code = runDecode(static_cast<int>(argv.size()), argv.data(), out, err);
-  return {code, out.str(), err.str()};
-}
-
-std::string hexOf(const std::vector<uint8_t>& bytes) {
-  static const char kDigits[] = "0123456789ABCDEF";
-  std::string hex;
-  for (uint8_t b : bytes) {
-    hex += kDigits[b >> 4];
-    hex += kDigits[b & 15];
-  }
-  return hex;
-}
+Result decodeOneOff(std::vector<std::string> args) { return testing::decode("oneoff", args); }
 
 // The members of a distribution list of the sample mailbox, as stored.
 std::vector<std::vector<uint8_t>> membersOf(const std::string& key) {
@@ -94,17 +73,8 @@ TEST(DecodeOneOffTest, RejectedValuesPrintNothingAndTheLogsReason) {
        "Data stored in the binary blob for this entry is either not unicode, or invalid."},
       {head + "0000" + "4100534D545000", "Invalid number of strings stored in binary blog."},
   };
-  for (const auto& c : cases) {
-    const Result result = decodeOneOff({c.hex});
-    EXPECT_EQ(result.code, kExitRejected) << c.reason;
-    EXPECT_EQ(result.out, "") << c.reason;
-    // One line, as the diagnostic log writes it.
-    const std::string tail = " ERR> " + c.reason + "\n";
-    ASSERT_GT(result.err.size(), tail.size()) << c.reason;
-    EXPECT_EQ(result.err.substr(result.err.size() - tail.size()), tail);
-    EXPECT_EQ(result.err.find('\n'), result.err.size() - 1) << result.err;
-    EXPECT_NE(result.err.find("PIM::decodeOneOffMember() >"), std::string::npos) << result.err;
-  }
+  for (const auto& c : cases)
+    testing::expectRejected(decodeOneOff({c.hex}), "PIM::decodeOneOffMember", c.reason);
 }
 
 }  // namespace
