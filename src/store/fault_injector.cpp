@@ -25,6 +25,13 @@ unsigned FaultInjector::callCount(const std::string& name) const {
   return it == counts_.end() ? 0 : it->second;
 }
 
+std::vector<std::string> FaultInjector::calledNames() const {
+  std::lock_guard<std::mutex> guard(lock_);
+  std::vector<std::string> names;
+  for (const auto& [name, count] : counts_) names.push_back(name);
+  return names;
+}
+
 HRESULT FaultInjector::check(const char* interfaceName, const char* method) {
   const std::string bare = method;
   const std::string qualified =

@@ -36,6 +36,10 @@ class FaultInjector {
   // Calls made under this qualified name ("IMAPITable::Restrict") or bare
   // method name ("Restrict", every interface) since the last clear().
   unsigned callCount(const std::string& name) const;
+  // Every name callCount() knows since the last clear(), qualified and bare,
+  // sorted: the calls a piece of work makes, for tests that fail each in
+  // turn.
+  std::vector<std::string> calledNames() const;
 
   // Entry of every store call: counts it and returns the injected result, or
   // S_OK when none applies.

@@ -1,0 +1,145 @@
+// The capture controller: decides when a capture run happens, owns the
+// monitored folders, runs each capture on a worker thread of its own and lets
+// a progress display watch and cancel it.
+//
+//   DataCapture* capture = DataCapture::instance();   // folders from the preferences
+//   capture->enableCapturing(true);                   // the timer of the capture mode
+//   capture->captureNow();                            // or at once
+//   capture->waitForCapture(std::chrono::minutes(5));
+//   DataCapture::freeInstance();
+//
+// The capture mode is the preference captureMode: 1 captures once, two
+// minutes after capturing was enabled; 2 every captureInterval minutes; any
+// other value only on demand.
+//
+// Threads: everything but the run belongs to the host's user-interface
+// thread, the one that owns OutlookApp's action window (timers arrive there).
+// The run holds the folder-list lock while it reads the folders; the user's
+// thread never waits for it: a folder-list update that finds it taken, or a
+// run in progress, is retried by a 50 ms timer and followed by a capture. The
+// progress counters and the cancel flag are atomics written by one thread and
+// read by others: their getters may be called from any thread.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "addin/action_window.h"
+#include "capture/monitored_folder.h"
+#include "platform/critical_section.h"
+#include "prefs/preferences_listener.h"
+
+namespace PIM {
+
+class DataCapture final : public IPreferencesListener, public ITimer {
+ public:
+  // totalFolders before the first run.
+  static constexpr uint32_t kNoRunYet = 0xFFFFFFFF;
+  // The start-up capture's delay, in minutes, whatever the interval.
+  static constexpr uint32_t kStartupDelayMinutes = 2;
+  static constexpr uint32_t kFolderRetryMs = 50;
+
+  // The one controller, made on first use: it listens to the preferences
+  // and builds its folder list; no timer runs until enableCapturing(true).
+  static DataCapture* instance();
+  // Ends the controller, waiting for a run in progress (see
+  // setProgressDisplay), if there is one.
+  static void freeInstance();
+
+  DataCapture(const DataCapture&) = delete;
+  DataCapture& operator=(const DataCapture&) = delete;
+
+  // True once the host has started; false as it begins to shut down. A run
+  // in progress is not cancelled by it.
+  void enableCapturing(bool enable);
+  // Brings the capture timer in line with the preferences.
+  void updateAutoCapture();
+  // Rebuilds the monitored folders from the preferences and marks every
+  // folder modified; put off by the retry timer while a run is in progress.
+  void updateCaptureFolders();
+  // Starts a run unless one is in progress; a request during a run is
+  // dropped, not queued.
+  void captureNow();
+  // Whether the last run's thread has not yet ended.
+  bool isCapturing() const;
+  // Asks a run in progress to stop reading: the folder being read and the
+  // later ones keep their previous files; the run still cleans up and
+  // writes the index.
+  void cancelCapture();
+  // Shows the progress display (setProgressDisplay) in its normal form and
+  // returns when it closes.
+  void showCaptureProgress();
+
+  void onPreferencesChanged() override;
+  void onTimer(uint32_t timerId) override;
+
+  // The run's counters as a progress display reads them.
+  struct Progress {
+    bool capturing = false;
+    bool cancelRequested = false;
+    uint32_t totalFolders = kNoRunYet;
+    uint32_t foldersDone = 0;
+    uint32_t startTicks = 0;  // env()->tickCount() when the run began
+  };
+  Progress progress() const;
+  uint32_t getTotalFolders() const { return totalFolders_; }
+  uint32_t getFoldersDone() const { return foldersDone_; }
+  uint32_t getStartTicks() const { return startTicks_; }
+
+  // Waits until no run is in progress; false when `timeout` passed first.
+  bool waitForCapture(std::chrono::milliseconds timeout) const;
+
+  // The host's progress display, called on the user's thread: with false
+  // by showCaptureProgress, with true when the controller ends during a
+  // run, where it must stay until the run has ended (its cancel button
+  // calls cancelCapture). Without one, the end just waits for the run.
+  void setProgressDisplay(std::function<void(bool shutdownMode)> display) {
+    progressDisplay_ = std::move(display);
+  }
+
+  // The state the timers follow, for the host's diagnostics and tests.
+  uint32_t getAutoTimerId() const { return autoTimerId_; }
+  uint32_t getFolderRetryTimerId() const { return folderRetryTimerId_; }
+  uint32_t getCurrentInterval() const { return currentInterval_; }
+  size_t getFolderCount() const;
+
+ private:
+  class CaptureThread;
+
+  DataCapture();
+  ~DataCapture();
+
+  // The worker thread's body; 0 always.
+  static unsigned _captureThread(DataCapture* capture);
+  void captureThread();
+  // The run itself (on the capture thread).
+  void captureFunc();
+
+  void killAutoTimer();
+  PimActionWindow& actionWindow();
+
+  uint32_t currentInterval_ = 0;
+  uint32_t currentMode_ = 0;
+  // Guards folders_. Taken before any folder's own lock.
+  mutable CriticalSection folderListLock_;
+  uint32_t autoTimerId_ = 0;
+  uint32_t folderRetryTimerId_ = 0;
+  bool capturingEnabled_ = false;
+  // Set once captureNow has started a thread; never cleared.
+  bool captureStarted_ = false;
+  // A folder-list update was put off; a capture is to follow it.
+  bool capturePending_ = false;
+  std::vector<FolderRef> folders_;
+  std::unique_ptr<CaptureThread> captureThread_;
+  std::atomic<uint32_t> totalFolders_{kNoRunYet};
+  std::atomic<uint32_t> foldersDone_{0};
+  std::atomic<uint32_t> startTicks_{0};
+  CancelFlag cancelRequested_{false};
+  std::function<void(bool)> progressDisplay_;
+};
+
+}  // namespace PIM
