@@ -32,20 +32,6 @@ class CaptureRunTest : public CaptureTest {
                     indexLine("CVTK1001.XML", "tasks", "tasks") +
                     indexLine("CVTK1002.XML", "email", "inbox"));
   }
-
-  void expectFilesValid() {
-    expectValidDataFile(dataFile(kDataDirectoryName));
-    for (const std::string& name : indexedNames()) expectValidDataFile(dataFile(fromUtf8(name)));
-  }
-
-  // Every file the index names exists, and every folder file in the data
-  // folder is named by the index.
-  void expectIndexMatchesFolder() {
-    std::vector<std::string> expected = indexedNames();
-    expected.push_back("DataDirectory.xml");
-    std::sort(expected.begin(), expected.end());
-    EXPECT_EQ(dataFolderNames(), expected);
-  }
 };
 
 TEST_F(CaptureRunTest, ANewFolderIsCapturedWhetherOrNotNotificationsWork) {

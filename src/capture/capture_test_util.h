@@ -166,6 +166,20 @@ class CaptureTest : public RecordTest {
     return names;
   }
 
+  void expectFilesValid() {
+    expectValidDataFile(dataFile(kDataDirectoryName));
+    for (const std::string& name : indexedNames()) expectValidDataFile(dataFile(fromUtf8(name)));
+  }
+
+  // Every file the index names exists, and every folder file in the data
+  // folder is named by the index.
+  void expectIndexMatchesFolder() {
+    std::vector<std::string> expected = indexedNames();
+    expected.push_back("DataDirectory.xml");
+    std::sort(expected.begin(), expected.end());
+    EXPECT_EQ(dataFolderNames(), expected);
+  }
+
   // The lines the controller and the run wrote, as "MSG> text" or
   // "ERR> text".
   static std::vector<std::string> captureLines(const LogCapture& log) {
