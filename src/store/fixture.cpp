@@ -900,10 +900,18 @@ std::shared_ptr<Profile> loadFixtureText(const std::string& text, const std::str
   }
 }
 
+std::filesystem::path nativePath(const std::u16string& path) {
+  // Windows paths are UTF-16 already; elsewhere the library takes UTF-8 bytes.
+  if constexpr (sizeof(std::filesystem::path::value_type) == sizeof(char16_t))
+    return std::filesystem::path(std::wstring(path.begin(), path.end()));
+  else
+    return std::filesystem::path(toUtf8(path));
+}
+
 std::shared_ptr<Profile> loadFixtureFile(const std::u16string& path) {
   PIM_ENTRY("PIM::store::loadFixtureFile");
   const std::string name = toUtf8(path);
-  std::ifstream in(std::filesystem::path(path), std::ios::binary);
+  std::ifstream in(nativePath(path), std::ios::binary);
   if (!in) throw FixtureError(name + ": cannot be opened");
   const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
   return loadFixtureText(text, name);

@@ -12,6 +12,7 @@
 // else escapes (allocation failure aside).
 #pragma once
 
+#include <filesystem>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -28,5 +29,8 @@ class FixtureError : public std::runtime_error {
 std::shared_ptr<Profile> loadFixtureFile(const std::u16string& path);
 // The same from text; `fileName` names it in errors.
 std::shared_ptr<Profile> loadFixtureText(const std::string& text, const std::string& fileName);
+
+// A path as the seam passes it (UTF-16) in the file system library's terms.
+std::filesystem::path nativePath(const std::u16string& path);
 
 }  // namespace PIM::store

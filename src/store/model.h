@@ -41,6 +41,7 @@ struct Prop {
 
   ULONG type() const { return PROP_TYPE(tag); }
   ULONG id() const { return PROP_ID(tag); }
+  bool operator==(const Prop& other) const = default;
 
   static Prop ofLong(ULONG tag, int32_t value);
   static Prop ofBool(ULONG tag, bool value);

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstddef>
+#include <cstdint>
 
 #include "core/debug_logger.h"
 #include "core/utils.h"
@@ -184,7 +186,11 @@ void Profile::indexItem(Store& store, const std::shared_ptr<Item>& item, Folder*
 }
 
 Ref Profile::addItem(const Ref& folderRef, Item item) {
-  PIM_ENTRY("PIM::store::Profile::addItem");
+  return insertItem(folderRef, std::move(item), SIZE_MAX);
+}
+
+Ref Profile::insertItem(const Ref& folderRef, Item item, size_t position) {
+  PIM_ENTRY("PIM::store::Profile::insertItem");
   Ref added;
   {
     std::lock_guard<std::recursive_mutex> guard(lock_);
@@ -192,7 +198,8 @@ Ref Profile::addItem(const Ref& folderRef, Item item) {
     if (!f) return {};
     auto shared = std::make_shared<Item>(std::move(item));
     indexItem(*stores_[folderRef.store], shared, f.get());
-    f->items.push_back(shared);
+    f->items.insert(f->items.begin() + static_cast<ptrdiff_t>(std::min(position, f->items.size())),
+                    shared);
     ++version_;
     added = Ref{Ref::Kind::Item, folderRef.store, shared->nid};
   }
@@ -236,6 +243,28 @@ bool Profile::deleteItem(const Ref& ref) {
   return true;
 }
 
+bool Profile::replaceItem(const Ref& ref, Item content, size_t position) {
+  PIM_ENTRY("PIM::store::Profile::replaceItem");
+  uint32_t folderNid = 0;
+  {
+    std::lock_guard<std::recursive_mutex> guard(lock_);
+    auto it = ref.kind == Ref::Kind::Item ? item(ref.store, ref.id) : nullptr;
+    if (!it || !it->parent) return false;
+    // In place: open messages and their sub-object tables see the new content.
+    content.nid = it->nid;
+    content.parent = it->parent;
+    *it = std::move(content);
+    numberAttachments(*it);
+    auto& items = it->parent->items;
+    items.erase(std::remove(items.begin(), items.end(), it), items.end());
+    items.insert(items.begin() + static_cast<ptrdiff_t>(std::min(position, items.size())), it);
+    folderNid = it->parent->nid;
+    ++version_;
+  }
+  notifyFolder(ref.store, folderNid, false, ref.id);
+  return true;
+}
+
 void Profile::touchFolder(const Ref& f) {
   if (f.kind != Ref::Kind::Folder) return;
   notifyFolder(f.store, f.id, true);
@@ -267,6 +296,16 @@ Ref Profile::byKey(const std::string& key) const {
   std::lock_guard<std::recursive_mutex> guard(lock_);
   auto it = keys_.find(key);
   return it == keys_.end() ? Ref{} : it->second;
+}
+
+std::map<std::string, Ref> Profile::keys() const {
+  std::lock_guard<std::recursive_mutex> guard(lock_);
+  return keys_;
+}
+
+void Profile::replaceKeys(std::map<std::string, Ref> keys) {
+  std::lock_guard<std::recursive_mutex> guard(lock_);
+  keys_ = std::move(keys);
 }
 
 Ref Profile::findFolder(size_t store, const std::u16string& path) const {

@@ -96,15 +96,24 @@ class Profile : public std::enable_shared_from_this<Profile> {
 
   // ---- Changing items (each notifies the folder's tables) ------------------
   Ref addItem(const Ref& folder, Item item);
+  // The same at `position` among the folder's items (both kinds; past the
+  // end = last).
+  Ref insertItem(const Ref& folder, Item item, size_t position);
   bool modifyItem(const Ref& item, const std::vector<Prop>& set,
                   const std::vector<ULONG>& removeIds = {});
   bool deleteItem(const Ref& item);
+  // Gives the item `content`'s properties, recipients, attachments and kind,
+  // and moves it to `position` among its folder's items; it keeps its entry
+  // id. One notification, as for modifyItem.
+  bool replaceItem(const Ref& item, Item content, size_t position);
   // Tells the folder's tables that it changed without changing an item.
   void touchFolder(const Ref& folder);
 
   // ---- Finding ---------------------------------------------------------------
   void setKey(const std::string& key, const Ref& ref);
   Ref byKey(const std::string& key) const;
+  std::map<std::string, Ref> keys() const;
+  void replaceKeys(std::map<std::string, Ref> keys);
   // A folder by display names below the root, joined by '/'.
   Ref findFolder(size_t store, const std::u16string& path) const;
   // A copy of an item as stored (for tests).

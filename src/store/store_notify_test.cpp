@@ -10,42 +10,6 @@
 namespace PIM::store::testing {
 namespace {
 
-// Records every table notification it receives.
-class RecordingSink final : public IMAPIAdviseSink {
- public:
-  struct Event {
-    ULONG type;
-    Bytes index;
-    Bytes prior;
-    std::vector<std::string> row;  // text columns of the row
-  };
-  std::vector<Event> events;
-
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
-    if (iid != IID_IUnknown && iid != IID_IMAPIAdviseSink) return E_NOINTERFACE;
-    *out = this;
-    AddRef();
-    return S_OK;
-  }
-  ULONG STDMETHODCALLTYPE AddRef() override { return ++refs; }
-  ULONG STDMETHODCALLTYPE Release() override { return --refs; }
-  ULONG STDMETHODCALLTYPE OnNotify(ULONG count, LPNOTIFICATION n) override {
-    for (ULONG i = 0; i < count; ++i) {
-      EXPECT_EQ(n[i].ulEventType, static_cast<ULONG>(fnevTableModified));
-      const TABLE_NOTIFICATION& t = n[i].info.tab;
-      Event e{t.ulTableEvent, {}, {}, {}};
-      if (t.propIndex.ulPropTag == PR_INSTANCE_KEY) e.index = bytesOf(t.propIndex.Value.bin);
-      if (t.propPrior.ulPropTag == PR_INSTANCE_KEY) e.prior = bytesOf(t.propPrior.Value.bin);
-      for (ULONG c = 0; c < t.row.cValues; ++c)
-        if (PROP_TYPE(t.row.lpProps[c].ulPropTag) == PT_UNICODE)
-          e.row.push_back(textOf(t.row.lpProps[c]));
-      events.push_back(std::move(e));
-    }
-    return 0;
-  }
-  std::atomic<ULONG> refs{1};
-};
-
 class NotifyTest : public StoreTest {
  protected:
   Item note(const std::u16string& subject, int32_t importance) {

@@ -4,7 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "core/utils.h"
@@ -163,6 +165,43 @@ inline std::vector<std::string> firstColumn(IMAPITable* table) {
   }
   return out;
 }
+
+// Records every table notification it receives.
+class RecordingSink final : public IMAPIAdviseSink {
+ public:
+  struct Event {
+    ULONG type;
+    Bytes index;
+    Bytes prior;
+    std::vector<std::string> row;  // text columns of the row
+    std::thread::id thread;        // where it was delivered
+  };
+  std::vector<Event> events;
+
+  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
+    if (iid != IID_IUnknown && iid != IID_IMAPIAdviseSink) return E_NOINTERFACE;
+    *out = this;
+    AddRef();
+    return S_OK;
+  }
+  ULONG STDMETHODCALLTYPE AddRef() override { return ++refs; }
+  ULONG STDMETHODCALLTYPE Release() override { return --refs; }
+  ULONG STDMETHODCALLTYPE OnNotify(ULONG count, LPNOTIFICATION n) override {
+    for (ULONG i = 0; i < count; ++i) {
+      EXPECT_EQ(n[i].ulEventType, static_cast<ULONG>(fnevTableModified));
+      const TABLE_NOTIFICATION& t = n[i].info.tab;
+      Event e{t.ulTableEvent, {}, {}, {}, std::this_thread::get_id()};
+      if (t.propIndex.ulPropTag == PR_INSTANCE_KEY) e.index = bytesOf(t.propIndex.Value.bin);
+      if (t.propPrior.ulPropTag == PR_INSTANCE_KEY) e.prior = bytesOf(t.propPrior.Value.bin);
+      for (ULONG c = 0; c < t.row.cValues; ++c)
+        if (PROP_TYPE(t.row.lpProps[c].ulPropTag) == PT_UNICODE)
+          e.row.push_back(textOf(t.row.lpProps[c]));
+      events.push_back(std::move(e));
+    }
+    return 0;
+  }
+  std::atomic<ULONG> refs{1};
+};
 
 inline void setColumns(IMAPITable* table, std::initializer_list<ULONG> tags) {
   std::vector<ULONG> buffer(1 + tags.size());
