@@ -57,9 +57,25 @@ TEST_F(CaptureRunTest, ANewFolderIsCapturedWhetherOrNotNotificationsWork) {
   }
 }
 
+// The summary's numbers in one line, to compare whole.
+std::string summaryOf(const DataCapture::RunSummary& s) {
+  std::string text = "read " + std::to_string(s.foldersRead) + ", unchanged " +
+                     std::to_string(s.foldersUnchanged) + ", failed " +
+                     std::to_string(s.foldersFailed) + "; records";
+  for (uint32_t count : s.records) text += " " + std::to_string(count);
+  text += "; written " + std::to_string(s.filesWritten) + ", deleted " +
+          std::to_string(s.filesDeleted) + (s.cancelled ? ", cancelled" : "");
+  return text;
+}
+
 TEST_F(CaptureRunTest, OnlyTheChangedFolderIsWrittenAgain) {
   DataCapture* capture = DataCapture::instance();
+  EXPECT_EQ(summaryOf(capture->lastRunSummary()),
+            "read 0, unchanged 0, failed 0; records 0 0 0 0; written 0, deleted 0");
   runCapture(capture);
+  // Calendar (empty), contacts, mail, tasks.
+  EXPECT_EQ(summaryOf(capture->lastRunSummary()),
+            "read 4, unchanged 0, failed 0; records 0 1 4 2; written 3, deleted 0");
   const std::string contacts = readFileBytes(dataFile(u"CVTK1000.XML"));
   const std::string mail = readFileBytes(dataFile(u"CVTK1002.XML"));
 
@@ -74,6 +90,8 @@ TEST_F(CaptureRunTest, OnlyTheChangedFolderIsWrittenAgain) {
   EXPECT_EQ(readFileBytes(dataFile(u"CVTK1002.XML")), mail);
   EXPECT_NE(readFileBytes(dataFile(u"CVTK1003.XML")).find("Call the bank"), std::string::npos);
   expectFilesValid();
+  EXPECT_EQ(summaryOf(capture->lastRunSummary()),
+            "read 1, unchanged 3, failed 0; records 0 0 0 3; written 1, deleted 1");
 
   // Nothing changed: every folder keeps its file.
   runCapture(capture);
@@ -111,6 +129,7 @@ TEST_F(CaptureRunTest, ReadOnlyFilesFoldersAndOtherFilesSurviveTheCleanUp) {
   EXPECT_EQ(dataFolderNames(), std::vector<std::string>({"CVTK1000.XML", "CVTK1001.XML",
                                                          "CVTK1002.XML", "DataDirectory.xml",
                                                          "folder.xml", "keep.xml", "readme.txt"}));
+  EXPECT_EQ(capture->lastRunSummary().filesDeleted, 2u) << "old.xml and Notes.XML";
   std::filesystem::permissions(locked, writable, std::filesystem::perm_options::add);
 }
 
@@ -161,6 +180,8 @@ TEST_F(CaptureRunTest, CancellingKeepsThePreviousFilesOfTheFoldersNotYetRead) {
   EXPECT_EQ(dataFolderNames(), std::vector<std::string>({"CVTK1001.XML", "CVTK1002.XML",
                                                          "CVTK1003.XML", "DataDirectory.xml"}));
   EXPECT_EQ(capture->getFoldersDone(), 4u) << "every folder counts";
+  EXPECT_EQ(summaryOf(capture->lastRunSummary()),
+            "read 1, unchanged 0, failed 3; records 0 1 0 0; written 1, deleted 1, cancelled");
 
   // The update the cancel arranged rebuilds the list but starts no run.
   const uint32_t retry = capture->getFolderRetryTimerId();

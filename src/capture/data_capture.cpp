@@ -69,20 +69,23 @@ std::vector<std::u16string> deletableDataFiles(const std::u16string& dataFolder)
   return names;
 }
 
-// The records are dropped as soon as the folder is written. The result is
-// not looked at: a folder that could not be read keeps its previous file.
+// The records are dropped as soon as the folder is written; only their
+// number is kept for the run's summary. A folder that could not be read
+// keeps its previous file.
 template <class Record>
-void captureInto(MonitoredFolder& folder, const std::u16string& dataFolder,
-                 const CancelFlag& cancelRequested) {
+HRESULT captureInto(MonitoredFolder& folder, const std::u16string& dataFolder,
+                    const CancelFlag& cancelRequested, size_t& recordCount) {
   std::vector<Record> records;
-  (void)folder.captureFolder(dataFolder, records, cancelRequested);
+  const HRESULT hr = folder.captureFolder(dataFolder, records, cancelRequested);
+  recordCount = records.size();
+  return hr;
 }
 
 // Each folder type: its record type and its number in the index.
 struct FolderKind {
   uint32_t folderType;
   int32_t indexType;
-  void (*capture)(MonitoredFolder&, const std::u16string&, const CancelFlag&);
+  HRESULT (*capture)(MonitoredFolder&, const std::u16string&, const CancelFlag&, size_t&);
 };
 constexpr FolderKind kFolderKinds[] = {
     {kFolderCalendar, DataDirectoryEntry::Calendar, &captureInto<CalendarEntry>},
@@ -95,6 +98,19 @@ const FolderKind* folderKind(uint32_t folderType) {
   for (const FolderKind& kind : kFolderKinds)
     if (kind.folderType == folderType) return &kind;
   return nullptr;
+}
+
+void countFolder(DataCapture::RunSummary& summary, uint32_t folderType, HRESULT hr,
+                 size_t records) {
+  if (hr == S_FALSE) {
+    ++summary.foldersUnchanged;
+  } else if (FAILED(hr)) {
+    ++summary.foldersFailed;
+  } else {
+    ++summary.foldersRead;
+    summary.records[folderType] += static_cast<uint32_t>(records);
+    if (records != 0) ++summary.filesWritten;
+  }
 }
 
 }  // namespace
@@ -378,9 +394,11 @@ void DataCapture::captureFunc() {
   totalFolders_ = static_cast<uint32_t>(folders_.size());
   foldersDone_ = 0;
   startTicks_ = env()->tickCount();
+  RunSummary summary;
+  keepSummary(summary);  // a run that throws leaves an empty one
   // Without a data folder the files would land in the root folder
   // (getDataFolder has logged why).
-  if (dataFolder.empty()) return;
+  if (dataFolder.empty()) return keepSummary(summary);
 
   std::vector<std::u16string> leftovers = deletableDataFiles(dataFolder);
   std::vector<DataDirectoryEntry> directory;
@@ -390,10 +408,13 @@ void DataCapture::captureFunc() {
     for (FolderRef& folder : folders_) {
       DataDirectoryEntry entry;
       if (const FolderKind* kind = folderKind(folder->getFolderType())) {
-        kind->capture(*folder, dataFolder, cancelRequested_);
+        size_t records = 0;
+        const HRESULT hr = kind->capture(*folder, dataFolder, cancelRequested_, records);
+        countFolder(summary, kind->folderType, hr, records);
         entry.type = kind->indexType;
       } else {
         PIM_LOG_ERR("Unsupported data type.");
+        ++summary.foldersFailed;
       }
       entry.name = folder->getFileName();
       entry.folder = folder->getFolder();
@@ -411,12 +432,27 @@ void DataCapture::captureFunc() {
 
   // Replaced files, files of folders no longer monitored, any other
   // unprotected ".xml" file and the old index, which is written again below.
-  for (const std::u16string& name : leftovers)
-    env()->removeFile(dataFolder + kPathSeparator + name);
+  for (const std::u16string& name : leftovers) {
+    if (env()->removeFile(dataFolder + kPathSeparator + name) && name != kDataDirectoryName)
+      ++summary.filesDeleted;
+  }
 
   PIM_LOG_MSG("Writing data directory.");
   writeToFile(indexPath, directory);
   PIM_LOG_MSG("Completed data capture process.");
+  keepSummary(summary);
+}
+
+void DataCapture::keepSummary(RunSummary summary) {
+  summary.cancelled = cancelRequested_;
+  summary.elapsedMs = env()->tickCount() - startTicks_;
+  std::lock_guard<std::mutex> guard(summaryLock_);
+  lastRun_ = summary;
+}
+
+DataCapture::RunSummary DataCapture::lastRunSummary() const {
+  std::lock_guard<std::mutex> guard(summaryLock_);
+  return lastRun_;
 }
 
 }  // namespace PIM

@@ -26,6 +26,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <vector>
 
 #include "addin/action_window.h"
@@ -90,6 +91,20 @@ class DataCapture final : public IPreferencesListener, public ITimer {
   uint32_t getFoldersDone() const { return foldersDone_; }
   uint32_t getStartTicks() const { return startTicks_; }
 
+  // What a run did, for the host's report when it has ended.
+  struct RunSummary {
+    uint32_t foldersRead = 0;       // read and written again (or found empty)
+    uint32_t foldersUnchanged = 0;  // tracked and unchanged: their files kept
+    uint32_t foldersFailed = 0;     // failed or cancelled: their previous files kept
+    uint32_t records[4] = {};       // by FolderType, of the folders read
+    uint32_t filesWritten = 0;      // folder files, not the index
+    uint32_t filesDeleted = 0;      // replaced and stale files, not the old index
+    bool cancelled = false;
+    uint32_t elapsedMs = 0;
+  };
+  // The last run's, once it has ended; all zero before the first.
+  RunSummary lastRunSummary() const;
+
   // Waits until no run is in progress; false when `timeout` passed first.
   bool waitForCapture(std::chrono::milliseconds timeout) const;
 
@@ -118,6 +133,8 @@ class DataCapture final : public IPreferencesListener, public ITimer {
   void captureThread();
   // The run itself (on the capture thread).
   void captureFunc();
+  // Makes `summary` the last run's, with the cancel flag and the time.
+  void keepSummary(RunSummary summary);
 
   void killAutoTimer();
   PimActionWindow& actionWindow();
@@ -140,6 +157,9 @@ class DataCapture final : public IPreferencesListener, public ITimer {
   std::atomic<uint32_t> startTicks_{0};
   CancelFlag cancelRequested_{false};
   std::function<void(bool)> progressDisplay_;
+  // Written by a run as it ends, read by the host after it.
+  mutable std::mutex summaryLock_;
+  RunSummary lastRun_;
 };
 
 }  // namespace PIM

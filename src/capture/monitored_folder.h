@@ -80,8 +80,8 @@ class MonitoredFolder final : public IMAPIAdviseSink {
   // makes the records its new data file in `dataFolder`: the file name
   // becomes the new file's, or empty when the folder had no records. The old
   // file is left for the run to delete. When the read fails or is cancelled
-  // the folder keeps its previous file name. Returns the read's result (S_OK
-  // for an unchanged folder).
+  // the folder keeps its previous file name. Returns the read's result, or
+  // S_FALSE for a tracked folder left unread because it had not changed.
   template <class Record>
   HRESULT captureFolder(const std::u16string& dataFolder, std::vector<Record>& records,
                         const CancelFlag& cancelRequested);
@@ -160,7 +160,7 @@ HRESULT MonitoredFolder::captureFolder(const std::u16string& dataFolder,
   PIM_ENTRY("PIM::MonitoredFolder::captureFolder");
   // The flag is cleared before the read: a read that fails or is cancelled
   // is not repeated until the folder changes again.
-  if (trackingActive_ && !takeModified()) return S_OK;
+  if (trackingActive_ && !takeModified()) return S_FALSE;
   try {
     const HRESULT hr = getDataList(folder_.get(), &records, cancelRequested);
     if (FAILED(hr)) return hr;
