@@ -4,14 +4,17 @@
 #include <iostream>
 #include <string>
 
+#include "app/capture_command.h"
 #include "app/command_line.h"
 #include "app/decode_command.h"
 #include "app/exit_codes.h"
+#include "app/interrupt.h"
 #include "app/prefs_command.h"
 #include "app/store_session.h"
 #include "core/debug_logger.h"
 #include "core/resource_loader.h"
 #include "core/utils.h"
+#include "platform/env.h"
 
 namespace {
 
@@ -22,13 +25,29 @@ const char kUsage[] =
     "usage: ferrant [--version] [--help] <command> [<args>]\n"
     "\n"
     "commands:\n"
+    "  capture   capture the chosen folders once, with progress and a summary\n"
+    "  watch     capture on the preferences' timer as the store file changes\n"
     "  paths     show the data, logs and module folders\n"
     "  prefs     show or change the settings a capture follows\n"
     "  decode    show what a capture writes of a recurrence or member blob\n"
     "\n"
     "'ferrant <command> --help' tells more of a command.\n";
 
-int showPaths() {
+const char kPathsUsage[] =
+    "usage: ferrant paths\n"
+    "\n"
+    "Shows where the data files and DataDirectory.xml, the diagnostic log and the\n"
+    "program are.\n";
+
+int showPaths(int argc, char** argv) {
+  if (argc >= 1 && (!std::strcmp(argv[0], "--help") || !std::strcmp(argv[0], "-h"))) {
+    std::fputs(kPathsUsage, stdout);
+    return kExitOk;
+  }
+  if (argc >= 1) {
+    std::fprintf(stderr, "ferrant paths: unexpected argument '%s'\n", argv[0]);
+    return kExitUsage;
+  }
   PIM_ENTRY("ferrant::showPaths");
   std::printf("data folder: %s\n", PIM::toUtf8(PIM::getDataFolder()).c_str());
   std::printf("logs folder: %s\n", PIM::toUtf8(PIM::getLogsFolder()).c_str());
@@ -83,7 +102,16 @@ int main(int argc, char** argv) {
     std::printf("ferrant %s\n", FERRANT_VERSION);
     result = kExitOk;
   } else if (!std::strcmp(argv[1], "paths")) {
-    result = showPaths();
+    result = showPaths(argc - 2, argv + 2);
+  } else if (!std::strcmp(argv[1], "capture") || !std::strcmp(argv[1], "watch")) {
+    const bool watch = argv[1][0] == 'w';
+    result = withStore(argc - 2, argv + 2, [watch](int n, char** args, PIM::StoreSession& session) {
+      PIM::InterruptSignals signals;
+      const PIM::Console console{std::cout, std::cerr, PIM::env()->stdoutIsTerminal(),
+                                 &PIM::InterruptSignals::raised};
+      return watch ? PIM::runWatch(n, args, session, console)
+                   : PIM::runCapture(n, args, session, console);
+    });
   } else if (!std::strcmp(argv[1], "prefs")) {
     result = withStore(argc - 2, argv + 2, [](int n, char** args, PIM::StoreSession& session) {
       return PIM::runPrefs(n, args, session, std::cout, std::cerr);

@@ -395,6 +395,7 @@ void DataCapture::captureFunc() {
   foldersDone_ = 0;
   startTicks_ = env()->tickCount();
   RunSummary summary;
+  summary.run = ++runsStarted_;
   keepSummary(summary);  // a run that throws leaves an empty one
   // Without a data folder the files would land in the root folder
   // (getDataFolder has logged why).

@@ -93,6 +93,7 @@ class DataCapture final : public IPreferencesListener, public ITimer {
 
   // What a run did, for the host's report when it has ended.
   struct RunSummary {
+    uint32_t run = 0;               // 1 for the controller's first run, 0 before it
     uint32_t foldersRead = 0;       // read and written again (or found empty)
     uint32_t foldersUnchanged = 0;  // tracked and unchanged: their files kept
     uint32_t foldersFailed = 0;     // failed or cancelled: their previous files kept
@@ -160,6 +161,7 @@ class DataCapture final : public IPreferencesListener, public ITimer {
   // Written by a run as it ends, read by the host after it.
   mutable std::mutex summaryLock_;
   RunSummary lastRun_;
+  uint32_t runsStarted_ = 0;  // the capture thread's
 };
 
 }  // namespace PIM

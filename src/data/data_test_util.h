@@ -13,6 +13,7 @@
 #include "data/data_file.h"
 #include "prefs/preferences.h"
 #include "store/store_test_util.h"
+#include "testing/schema_check.h"
 #include "testing/test_support.h"
 
 namespace PIM::testing {
@@ -26,11 +27,6 @@ class ClockEnv : public EnvWrapper {
   SystemTime systemTimeNow() override { return now; }
   TimeZoneInfo timeZone() override { return zone; }
 };
-
-// Runs xmllint against the published schema: the empty string when the file
-// is valid, else what xmllint said. Off Linux the check is not available and
-// answers std::nullopt.
-std::optional<std::string> schemaErrors(const std::u16string& path);
 
 inline void expectValidDataFile(const std::u16string& path) {
   if (const std::optional<std::string> errors = schemaErrors(path)) {

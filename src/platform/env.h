@@ -36,7 +36,7 @@ inline constexpr int kCsidlLocalAppData = 28;
 // Broken-down time, field for field the Win32 SYSTEMTIME.
 struct SystemTime {
   uint16_t year = 0;
-  uint16_t month = 0;  // 1..12
+  uint16_t month = 0;      // 1..12
   uint16_t dayOfWeek = 0;  // 0 = Sunday
   uint16_t day = 0;
   uint16_t hour = 0;
@@ -83,14 +83,14 @@ enum class OpenAlwaysResult { Failed, Created, AlreadyExisted };
 // overflow, illegal instruction, ...).
 struct CrashInfo {
   uint32_t code = 0;
-  uint64_t address = 0;                // faulting instruction
-  std::vector<uint64_t> parameters;   // as in the exception record
+  uint64_t address = 0;              // faulting instruction
+  std::vector<uint64_t> parameters;  // as in the exception record
   struct RegisterGroup {
-    std::string title;                 // " General registers: "
+    std::string title;                                        // " General registers: "
     std::vector<std::pair<std::string, uint64_t>> registers;  // {"AX", value}
   };
   std::vector<RegisterGroup> registerGroups;
-  int registerDigits = 8;              // hexadecimal digits per register value
+  int registerDigits = 8;  // hexadecimal digits per register value
 };
 
 // A file open for writing; closed when destroyed.
@@ -174,6 +174,12 @@ class Env {
   // --- Settings key store ----------------------------------------------
   virtual KeyStore& keyStore() = 0;
 
+  // --- Console ---------------------------------------------------------
+  // Whether standard output goes to a terminal (a console window on
+  // Windows) rather than a file or a pipe: only there is a progress line
+  // redrawn in place.
+  virtual bool stdoutIsTerminal() = 0;
+
   // --- Crash hook --------------------------------------------------------
   // Installs `handler` for fatal faults, keeping whatever it replaces;
   // uninstall puts that back.
@@ -222,6 +228,7 @@ class EnvWrapper : public Env {
     return target_->languageAbbreviation(id);
   }
   KeyStore& keyStore() override { return target_->keyStore(); }
+  bool stdoutIsTerminal() override { return target_->stdoutIsTerminal(); }
   void installCrashHandler(CrashHandler h) override { target_->installCrashHandler(h); }
   void uninstallCrashHandler() override { target_->uninstallCrashHandler(); }
   void showFatalMessage(const std::u16string& c, const std::u16string& t) override {

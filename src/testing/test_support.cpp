@@ -49,8 +49,8 @@ TempDir::TempDir() {
   std::random_device random;
   auto base = std::filesystem::temp_directory_path();
   for (;;) {
-    auto candidate = base / ("ferrant-test-" + std::to_string(random()) + "-" +
-                             std::to_string(counter++));
+    auto candidate =
+        base / ("ferrant-test-" + std::to_string(random()) + "-" + std::to_string(counter++));
     std::error_code ec;
     if (std::filesystem::create_directory(candidate, ec)) {
       path_ = candidate.u16string();

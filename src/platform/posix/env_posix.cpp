@@ -174,6 +174,8 @@ bool PosixEnv::listFolder(const std::u16string& folder, std::vector<FolderEntry>
 
 bool PosixEnv::removeFile(const std::u16string& path) { return unlink(narrow(path).c_str()) == 0; }
 
+bool PosixEnv::stdoutIsTerminal() { return isatty(STDOUT_FILENO) == 1; }
+
 void PosixEnv::lowerThreadPriority() {
   // Linux keeps a nice value per thread; the thread id selects it.
   const id_t self = static_cast<id_t>(syscall(SYS_gettid));

@@ -31,6 +31,7 @@ class PosixEnv : public Env {
   std::unique_ptr<WritableFile> openForWriting(const std::u16string& path) override;
   bool listFolder(const std::u16string& folder, std::vector<FolderEntry>& entries) override;
   bool removeFile(const std::u16string& path) override;
+  bool stdoutIsTerminal() override;
   void lowerThreadPriority() override;
   std::unique_ptr<ThreadCrashScope> prepareThreadForCrashes() override;
   uint16_t userUiLanguage() override;

@@ -1,5 +1,5 @@
-#include <windows.h>
 #include <shlobj.h>
+#include <windows.h>
 
 #include "platform/stdio_file.h"
 #include "platform/thread_local_slot.h"
@@ -24,9 +24,9 @@ SystemTime fromSystemTime(const SYSTEMTIME& s) {
 
 HMODULE ownModule() {
   HMODULE module = nullptr;
-  GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS |
-                         GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-                     reinterpret_cast<LPCWSTR>(&ownModule), &module);
+  GetModuleHandleExW(
+      GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+      reinterpret_cast<LPCWSTR>(&ownModule), &module);
   return module;
 }
 
@@ -132,6 +132,12 @@ bool Win32Env::listFolder(const std::u16string& folder, std::vector<FolderEntry>
 }
 
 bool Win32Env::removeFile(const std::u16string& path) { return DeleteFileW(wide(path)) != FALSE; }
+
+bool Win32Env::stdoutIsTerminal() {
+  // A console answers GetConsoleMode; a file or a pipe does not.
+  DWORD mode = 0;
+  return GetConsoleMode(GetStdHandle(STD_OUTPUT_HANDLE), &mode) != FALSE;
+}
 
 void Win32Env::lowerThreadPriority() {
   SetThreadPriority(GetCurrentThread(), THREAD_PRIORITY_BELOW_NORMAL);
