@@ -139,7 +139,7 @@ TEST_F(CaptureCommandTest, CtrlCCancelsTheRunWhichStillWritesTheIndex) {
   env_.gate.arm(Step::CreateFile);
   std::thread opener([this] {
     ASSERT_TRUE(env_.gate.waitArrived());
-    while (!DataCapture::instance()->progress().cancelRequested) std::this_thread::yield();
+    while (!DataCapture::instance()->isCancelRequested()) std::this_thread::yield();
     env_.gate.open();
   });
   const int result = run(runCapture, {}, [] { return true; });

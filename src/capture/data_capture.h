@@ -18,7 +18,8 @@
 // thread never waits for it: a folder-list update that finds it taken, or a
 // run in progress, is retried by a 50 ms timer and followed by a capture. The
 // progress counters and the cancel flag are atomics written by one thread and
-// read by others: their getters may be called from any thread.
+// read by others: their getters may be called from any thread (progress()
+// as a whole belongs to the user's thread: it also asks isCapturing).
 #pragma once
 
 #include <atomic>
@@ -90,6 +91,7 @@ class DataCapture final : public IPreferencesListener, public ITimer {
   uint32_t getTotalFolders() const { return totalFolders_; }
   uint32_t getFoldersDone() const { return foldersDone_; }
   uint32_t getStartTicks() const { return startTicks_; }
+  bool isCancelRequested() const { return cancelRequested_; }
 
   // What a run did, for the host's report when it has ended.
   struct RunSummary {
