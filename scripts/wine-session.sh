@@ -7,13 +7,23 @@ export WINEPREFIX=${WINEPREFIX:-${FERRANT_WINEPREFIX:-$HOME/.ferrant-wine}}
 export WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml="
 case ${1:-} in
   start)
-    [ -f "$WINEPREFIX/system.reg" ] || wineboot -i >/dev/null 2>&1 || true
+    # A new prefix is finished in the background after wineboot returns; let
+    # that end first, or it writes its registry over the setting below.
+    if [ ! -f "$WINEPREFIX/system.reg" ]; then
+      wineboot -i >/dev/null 2>&1 || true
+      wineserver -w || true
+    fi
     wineserver -p 600
     wine cmd /c exit </dev/null >/dev/null 2>&1 || true
     # A crashing test child must not wait for someone to close Wine's crash
     # dialog: the debugger only prints its backtrace.
-    wine reg add 'HKCU\Software\Wine\WineDbg' /v ShowCrashDialog /t REG_DWORD /d 0 /f \
-      </dev/null >/dev/null 2>&1 || true
+    for _ in 1 2 3 4 5; do
+      wine reg add 'HKCU\Software\Wine\WineDbg' /v ShowCrashDialog /t REG_DWORD /d 0 /f \
+        </dev/null >/dev/null 2>&1 || true
+      wine reg query 'HKCU\Software\Wine\WineDbg' /v ShowCrashDialog </dev/null 2>/dev/null |
+        grep -q 0x0 && break
+      sleep 1
+    done
     ;;
   stop) wineserver -k 2>/dev/null || true ;;
   has32) [ -e /usr/lib/i386-linux-gnu/wine/i386-windows/kernel32.dll ] ;;

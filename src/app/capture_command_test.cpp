@@ -74,13 +74,16 @@ class CaptureCommandTest : public ::testing::Test {
     return command(static_cast<int>(argv.size()), argv.data(), session_, console);
   }
 
-  // The output with the data folder as "DATA", clock times as "hh:mm:ss"
+  // The output with the data folder as "DATA" (and its separator as "/"), clock times as "hh:mm:ss"
   // and run times as "t s".
   std::string output() const {
     std::string text = out_.str();
-    const std::string folder = toUtf8(data_.path());
-    for (size_t at; (at = text.find(folder)) != std::string::npos;)
-      text.replace(at, folder.size(), "DATA");
+    for (const auto& [folder, shown] :
+         {std::pair(data_.path() + kPathSeparator, "DATA/"), std::pair(data_.path(), "DATA")}) {
+      const std::string bytes = toUtf8(folder);
+      for (size_t at; (at = text.find(bytes)) != std::string::npos;)
+        text.replace(at, bytes.size(), shown);
+    }
     text = std::regex_replace(text, std::regex("\\d\\d:\\d\\d:\\d\\d "), "hh:mm:ss ");
     return std::regex_replace(text, std::regex("\\d+\\.\\d s"), "t s");
   }
