@@ -9,6 +9,7 @@
 #include "core/utils.h"
 #include "data/mapi_recurrence.h"
 #include "data/one_off_member.h"
+#include "prefs/preferences.h"
 
 namespace PIM {
 
@@ -93,6 +94,9 @@ int runDecode(int argc, char** argv, std::ostream& out, std::ostream& err) {
     return kExitUsage;
   }
 
+  // The limits the user set, as a capture would write them; values never
+  // saved are logged as missing, which is no fault of the blob.
+  if (kind == "recurrence") Preferences::instance().loadCalendarWindow();
   LogToBuffer log;
   if (kind == "recurrence") {
     MAPIRecurrence recurrence;

@@ -12,6 +12,7 @@
 #include "store/fixture.h"
 #include "store/profile.h"
 #include "store/recurrence_blob.h"
+#include "testing/memory_key_store.h"
 #include "testing/test_support.h"
 
 namespace PIM {
@@ -49,7 +50,23 @@ class DecodeRecurrenceTest : public ::testing::Test {
 
   UtcEnv utc_;
   testing::ScopedEnv scopedUtc_{&utc_};
+  testing::MemoryKeyStoreEnv keys_;  // over the UTC clock
 };
+
+TEST_F(DecodeRecurrenceTest, TheUsersCalendarWindowIsWrittenAndNothingIsSaved) {
+  Preferences& preferences = Preferences::instance();
+  preferences.calendar.captureDaysBefore = 7;
+  preferences.calendar.captureDaysAfter = 120;
+  preferences.save();
+  const std::string saved = keys_.store().text();
+  preferences.resetToDefaults();
+
+  const DecodeResult daily = decode("recurrence", {hexOf(sampleBlob("cal.daily"))});
+  EXPECT_EQ(daily.code, kExitOk);
+  EXPECT_EQ(daily.out.rfind("<recurrence maxDaysBefore=\"7\" maxDaysAfter=\"120\" ", 0), 0u)
+      << daily.out;
+  EXPECT_EQ(keys_.store().text(), saved);
+}
 
 TEST_F(DecodeRecurrenceTest, SampleSeriesPrintTheirWholeElement) {
   const DecodeResult daily = decode("recurrence", {hexOf(sampleBlob("cal.daily"))});

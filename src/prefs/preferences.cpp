@@ -75,6 +75,13 @@ Preferences& Preferences::instance() {
   return preferences;
 }
 
+void Preferences::loadCalendarWindow() {
+  PIM_ENTRY("PIM::Preferences::loadCalendarWindow");
+  RegistryKey key(currentUser(), kMainKey + kCalendarKey);
+  readDword(key, u"captureDaysBefore", calendar.captureDaysBefore);
+  readDword(key, u"captureDaysAfter", calendar.captureDaysAfter);
+}
+
 void Preferences::load() {
   PIM_ENTRY("PIM::Preferences::load");
   {

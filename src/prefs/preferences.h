@@ -113,6 +113,10 @@ class Preferences : public PreferenceValues {
   void load();
   // Writes every value, then tells the listeners.
   void save();
+  // Reads only the calendar's days before and after, and writes nothing: for
+  // tools that decode a recurrence as a capture would but have no store
+  // session to find default folders with (a load would save empty lists).
+  void loadCalendarWindow();
 
   // Listeners are told in the order they were added. Adding one twice or
   // removing an absent one is a programming error (logged).
