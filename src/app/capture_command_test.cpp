@@ -135,17 +135,19 @@ TEST_F(CaptureCommandTest, CtrlCCancelsTheRunWhichStillWritesTheIndex) {
   ASSERT_EQ(run(runCapture, {}), kExitOk);
   const std::vector<std::string> before = indexedFiles();
 
-  // The run is held after the contacts' read until the cancel has arrived.
-  // A new controller knows no earlier files: the folders it did not read
-  // have none, so their old files go as stale ones and the index lists the
-  // contacts only.
+  // The run is held after the contacts' read; Ctrl-C comes only then, since
+  // a cancel during the read would drop the contacts too, and the gate opens
+  // once the cancel has arrived. A new controller knows no earlier files: the
+  // folders it did not read have none, so their old files go as stale ones
+  // and the index lists the contacts only.
   env_.gate.arm(Step::CreateFile);
   std::thread opener([this] {
     ASSERT_TRUE(env_.gate.waitArrived());
-    while (!DataCapture::instance()->isCancelRequested()) std::this_thread::yield();
+    DataCapture* capture = DataCapture::instance();
+    while (!capture->isCancelRequested()) std::this_thread::yield();
     env_.gate.open();
   });
-  const int result = run(runCapture, {}, [] { return true; });
+  const int result = run(runCapture, {}, [this] { return env_.gate.hasArrived(); });
   opener.join();
   EXPECT_EQ(result, kExitInterrupted);
   EXPECT_EQ(output(),

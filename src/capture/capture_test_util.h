@@ -22,9 +22,10 @@
 
 namespace PIM::testing {
 
-// Long enough for any run on a loaded machine; waits end as soon as the
-// condition holds.
-inline constexpr std::chrono::seconds kRunTimeout{120};
+// Long enough for any run on a loaded machine, and shorter than a test's
+// time limit, so that a run that never comes fails with a message instead of
+// being killed; waits end as soon as the condition holds.
+inline constexpr std::chrono::seconds kRunTimeout{60};
 
 // Where a run can be held: listing the data folder (before the folder-list
 // lock) or creating a folder's new file (inside it, after that folder's
@@ -46,6 +47,10 @@ class Gate {
   bool waitArrived() {
     std::unique_lock<std::mutex> guard(lock_);
     return changed_.wait_for(guard, kRunTimeout, [this] { return arrived_; });
+  }
+  bool hasArrived() {
+    std::lock_guard<std::mutex> guard(lock_);
+    return arrived_;
   }
   void open() {
     {
