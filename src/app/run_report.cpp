@@ -47,7 +47,8 @@ void ProgressLine::draw(const DataCapture::Progress& progress, uint32_t nowTicks
                                             : percent > 100 ? 100
                                                             : percent) *
                         kBarWidth / 100;
-  std::string line = "[" + std::string(filled, '#') + std::string(kBarWidth - filled, '.') + "] ";
+  std::string line = "[";
+  line.append(filled, '#').append(kBarWidth - filled, '.').append("] ");
   char numbers[64];
   std::snprintf(numbers, sizeof numbers, "%3d%%  %u/%u folders  ", percent, progress.foldersDone,
                 total);

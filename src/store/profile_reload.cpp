@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <map>
 #include <mutex>
+#include <string>
 #include <utility>
 
 #include "core/debug_logger.h"
@@ -26,14 +27,14 @@ class IdTranslator {
         freshSession_(fresh.sessionNumber()),
         nids_(storeCount) {}
 
-  void setUid(size_t store, Bytes uid) { uids_[std::move(uid)] = store; }
+  void setUid(size_t store, const Bytes& uid) { uids_[uidKey(uid)] = store; }
   NidMap& nids(size_t store) { return nids_[store]; }
   const NidMap& nids(size_t store) const { return nids_[store]; }
 
   Bytes id(const Bytes& fresh) const {
     const ParsedId p = parseEntryId(fresh.data(), fresh.size());
     if (p.kind != IdKind::Object || (p.shortTerm && p.session != freshSession_)) return fresh;
-    auto store = uids_.find(p.storeUid);
+    auto store = uids_.find(uidKey(p.storeUid));
     if (store == uids_.end()) return fresh;
     auto nid = nids_[store->second].find(p.nid);
     if (nid == nids_[store->second].end()) return fresh;
@@ -69,9 +70,12 @@ class IdTranslator {
   }
 
  private:
+  // Keyed by text: g++ 12 at -O3 warns falsely on ordering byte vectors.
+  static std::string uidKey(const Bytes& uid) { return std::string(uid.begin(), uid.end()); }
+
   uint32_t liveSession_;
   uint32_t freshSession_;
-  std::map<Bytes, size_t> uids_;
+  std::map<std::string, size_t> uids_;
   std::vector<NidMap> nids_;
 };
 
