@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstring>
 #include <regex>
 #include <sstream>
@@ -144,7 +145,10 @@ TEST_F(CaptureCommandTest, CtrlCCancelsTheRunWhichStillWritesTheIndex) {
   std::thread opener([this] {
     ASSERT_TRUE(env_.gate.waitArrived());
     DataCapture* capture = DataCapture::instance();
-    while (!capture->isCancelRequested()) std::this_thread::yield();
+    const auto deadline = std::chrono::steady_clock::now() + kRunTimeout;
+    while (!capture->isCancelRequested() && std::chrono::steady_clock::now() < deadline)
+      std::this_thread::yield();
+    EXPECT_TRUE(capture->isCancelRequested()) << "Ctrl-C never reached the run";
     env_.gate.open();
   });
   const int result = run(runCapture, {}, [this] { return env_.gate.hasArrived(); });
