@@ -17,6 +17,9 @@ void FaultInjector::clear() {
   std::lock_guard<std::mutex> guard(lock_);
   rules_.clear();
   counts_.clear();
+  total_ = 0;
+  recording_ = false;
+  recorded_.clear();
 }
 
 unsigned FaultInjector::callCount(const std::string& name) const {
@@ -32,6 +35,21 @@ std::vector<std::string> FaultInjector::calledNames() const {
   return names;
 }
 
+unsigned FaultInjector::totalCalls() const {
+  std::lock_guard<std::mutex> guard(lock_);
+  return total_;
+}
+
+void FaultInjector::recordCalls() {
+  std::lock_guard<std::mutex> guard(lock_);
+  recording_ = true;
+}
+
+std::vector<std::string> FaultInjector::recordedCalls() const {
+  std::lock_guard<std::mutex> guard(lock_);
+  return recorded_;
+}
+
 HRESULT FaultInjector::check(const char* interfaceName, const char* method) {
   const std::string bare = method;
   const std::string qualified =
@@ -39,9 +57,11 @@ HRESULT FaultInjector::check(const char* interfaceName, const char* method) {
   std::lock_guard<std::mutex> guard(lock_);
   ++counts_[qualified];
   if (qualified != bare) ++counts_[bare];
+  ++total_;
+  if (recording_) recorded_.push_back(qualified);
   HRESULT answer = S_OK;
   for (Rule& rule : rules_) {
-    if (rule.name != qualified && rule.name != bare) continue;
+    if (rule.name != qualified && rule.name != bare && rule.name != kAnyCall) continue;
     ++rule.seen;
     const bool started = rule.seen >= rule.nth;
     const bool within = rule.times == 0 || rule.seen < rule.nth + rule.times;

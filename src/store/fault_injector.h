@@ -8,9 +8,15 @@
 //   faults->failCall("IMAPITable::Restrict", MAPI_E_BUSY);        // next call
 //   faults->failCall("QueryRows", MAPI_E_BUSY, 2, 0);  // 2nd call and every later one
 //
+// The name "*" (kAnyCall) matches every call, so that a test can fail the
+// nth store call of a piece of work whatever it is:
+//
+//   faults->failCall(PIM::store::FaultInjector::kAnyCall, MAPI_E_CALL_FAILED, 120);
+//
 // Every call is counted whether or not a rule matches (`callCount`), so tests
-// can also see that a call was made. Thread-safe; the injector is
-// process-wide because the MAPI functions are.
+// can also see that a call was made, and can be recorded in order
+// (`recordCalls`). Thread-safe; the injector is process-wide because the
+// MAPI functions are.
 #pragma once
 
 #include <cstdint>
@@ -25,6 +31,9 @@ namespace PIM::store {
 
 class FaultInjector {
  public:
+  // A rule under this name matches every call.
+  static constexpr const char* kAnyCall = "*";
+
   static FaultInjector& instance();
 
   // From the `nth` matching call after this one (1 = the very next), `times`
@@ -40,6 +49,13 @@ class FaultInjector {
   // sorted: the calls a piece of work makes, for tests that fail each in
   // turn.
   std::vector<std::string> calledNames() const;
+  // Every call since the last clear(), of any name.
+  unsigned totalCalls() const;
+  // From now until clear(), keeps the qualified name of every call in the
+  // order made (recordedCalls()[n - 1] is the call that failCall(kAnyCall,
+  // hr, n) would fail, counted from the same clear()).
+  void recordCalls();
+  std::vector<std::string> recordedCalls() const;
 
   // Entry of every store call: counts it and returns the injected result, or
   // S_OK when none applies.
@@ -53,9 +69,12 @@ class FaultInjector {
     unsigned times;
     unsigned seen = 0;
   };
-  mutable std::mutex lock_;  // guards rules_ and counts_
+  mutable std::mutex lock_;  // guards everything below
   std::vector<Rule> rules_;
   std::map<std::string, unsigned> counts_;
+  unsigned total_ = 0;
+  bool recording_ = false;
+  std::vector<std::string> recorded_;
 };
 
 // Gives a test the injector and clears it before and after.
