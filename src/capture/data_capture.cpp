@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <condition_variable>
 #include <mutex>
+#include <string_view>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -15,6 +16,7 @@
 #include "data/data_file.h"
 #include "data/email.h"
 #include "data/task.h"
+#include "mapi/com_error.h"
 #include "platform/env.h"
 #include "prefs/preferences.h"
 
@@ -42,19 +44,22 @@ class TryEntryGuard {
   CriticalSection* section_;
 };
 
-// "*.xml" as the Windows file system matches it: the letter case of the
-// extension does not count.
-bool isXmlFileName(const std::u16string& name) {
-  static constexpr char16_t kExtension[] = u".xml";
-  constexpr size_t kLength = 4;
-  if (name.size() < kLength) return false;
-  for (size_t i = 0; i < kLength; ++i) {
-    char16_t c = name[name.size() - kLength + i];
-    if (c >= u'A' && c <= u'Z') c = static_cast<char16_t>(c - u'A' + u'a');
-    if (c != kExtension[i]) return false;
-  }
+char16_t asciiLower(char16_t c) {
+  return c >= u'A' && c <= u'Z' ? static_cast<char16_t>(c - u'A' + u'a') : c;
+}
+
+// Whether `name` ends in `suffix` (lower case), ignoring the letter case as
+// the Windows file system does.
+bool endsWithIgnoringCase(const std::u16string& name, std::u16string_view suffix) {
+  if (name.size() < suffix.size()) return false;
+  const size_t start = name.size() - suffix.size();
+  for (size_t i = 0; i < suffix.size(); ++i)
+    if (asciiLower(name[start + i]) != suffix[i]) return false;
   return true;
 }
+
+// "*.xml" as the Windows file system matches it.
+bool isXmlFileName(const std::u16string& name) { return endsWithIgnoringCase(name, u".xml"); }
 
 // The ".xml" files of the data folder that a run may delete: read-only
 // files and folders are never touched.
@@ -74,9 +79,9 @@ std::vector<std::u16string> deletableDataFiles(const std::u16string& dataFolder)
 // keeps its previous file.
 template <class Record>
 HRESULT captureInto(MonitoredFolder& folder, const std::u16string& dataFolder,
-                    const CancelFlag& cancelRequested, size_t& recordCount) {
+                    const CancelFlag& cancelRequested, size_t& recordCount, FolderWrite& write) {
   std::vector<Record> records;
-  const HRESULT hr = folder.captureFolder(dataFolder, records, cancelRequested);
+  const HRESULT hr = folder.captureFolder(dataFolder, records, cancelRequested, &write);
   recordCount = records.size();
   return hr;
 }
@@ -85,13 +90,15 @@ HRESULT captureInto(MonitoredFolder& folder, const std::u16string& dataFolder,
 struct FolderKind {
   uint32_t folderType;
   int32_t indexType;
-  HRESULT (*capture)(MonitoredFolder&, const std::u16string&, const CancelFlag&, size_t&);
+  HRESULT (*capture)
+  (MonitoredFolder&, const std::u16string&, const CancelFlag&, size_t&, FolderWrite&);
+  const char* name;  // for the run's report
 };
 constexpr FolderKind kFolderKinds[] = {
-    {kFolderCalendar, DataDirectoryEntry::Calendar, &captureInto<CalendarEntry>},
-    {kFolderContacts, DataDirectoryEntry::Contacts, &captureInto<Contact>},
-    {kFolderEmail, DataDirectoryEntry::Email, &captureInto<Email>},
-    {kFolderTasks, DataDirectoryEntry::Tasks, &captureInto<Task>},
+    {kFolderCalendar, DataDirectoryEntry::Calendar, &captureInto<CalendarEntry>, "calendar"},
+    {kFolderContacts, DataDirectoryEntry::Contacts, &captureInto<Contact>, "contacts"},
+    {kFolderEmail, DataDirectoryEntry::Email, &captureInto<Email>, "e-mail"},
+    {kFolderTasks, DataDirectoryEntry::Tasks, &captureInto<Task>, "tasks"},
 };
 
 const FolderKind* folderKind(uint32_t folderType) {
@@ -100,17 +107,41 @@ const FolderKind* folderKind(uint32_t folderType) {
   return nullptr;
 }
 
-void countFolder(DataCapture::RunSummary& summary, uint32_t folderType, HRESULT hr,
-                 size_t records) {
+void countFolder(DataCapture::RunSummary& summary, const FolderKind& kind,
+                 const MonitoredFolder& folder, HRESULT hr, size_t records,
+                 const FolderWrite& write) {
   if (hr == S_FALSE) {
     ++summary.foldersUnchanged;
-  } else if (FAILED(hr)) {
-    ++summary.foldersFailed;
-  } else {
-    ++summary.foldersRead;
-    summary.records[folderType] += static_cast<uint32_t>(records);
-    if (records != 0) ++summary.filesWritten;
+    return;
   }
+  if (FAILED(hr)) {
+    ++summary.foldersFailed;
+    // A cancelled read is the user's doing, not a failure.
+    if (hr != E_ABORT) {
+      summary.failures.push_back(std::string("could not read the ") + kind.name + " folder " +
+                                 toUtf8(folder.getFolder().folderId.toWstring()) + " (" +
+                                 hrText(hr) + ")");
+    }
+    return;
+  }
+  ++summary.foldersRead;
+  summary.records[kind.folderType] += static_cast<uint32_t>(records);
+  if (write.failed) {
+    ++summary.filesFailed;
+    summary.failures.push_back(
+        write.path.empty() ? std::string("could not make a file for the ") + kind.name +
+                                 " folder " + toUtf8(folder.getFolder().folderId.toWstring())
+                           : "could not write " + toUtf8(write.path));
+  } else if (records != 0) {
+    ++summary.filesWritten;
+  }
+}
+
+// Names that are a bare file name in the data folder, and not the index's.
+bool isDataFileName(const std::u16string& name) {
+  if (!isXmlFileName(name) || name.find_first_of(u"/\\:") != std::u16string::npos) return false;
+  return !(name.size() == std::char_traits<char16_t>::length(kDataDirectoryName) &&
+           endsWithIgnoringCase(name, u"datadirectory.xml"));
 }
 
 }  // namespace
@@ -165,7 +196,15 @@ DataCapture* DataCapture::instance() {
   return g_instance;
 }
 
-void DataCapture::freeInstance() { delete std::exchange(g_instance, nullptr); }
+void DataCapture::freeInstance() {
+  // The controller stays the instance while it goes: whatever its end shows
+  // (the progress display cancelling the run) must reach it, not make a
+  // second one. A nested call during that wait has nothing more to do.
+  DataCapture* capture = g_instance;
+  if (!capture || capture->ending_) return;
+  delete capture;
+  g_instance = nullptr;
+}
 
 DataCapture::DataCapture() {
   PIM_ENTRY("PIM::DataCapture::DataCapture");
@@ -175,15 +214,22 @@ DataCapture::DataCapture() {
 
 DataCapture::~DataCapture() {
   PIM_ENTRY("PIM::DataCapture::~DataCapture");
+  ending_ = true;
   // No tick may reach a controller that is going, not even while the
   // progress display below runs its message loop.
-  if (autoTimerId_ != 0) actionWindow().killTimer(std::exchange(autoTimerId_, 0));
-  if (folderRetryTimerId_ != 0) actionWindow().killTimer(std::exchange(folderRetryTimerId_, 0));
+  killTimers();
   if (isCapturing() && progressDisplay_) progressDisplay_(true);
   captureThread_.reset();
+  // A cancel during that wait asks for a folder update after the run.
+  killTimers();
   Preferences::instance().removeListener(this);
   for (FolderRef& folder : folders_) folder.reset();
   folders_.clear();
+}
+
+void DataCapture::killTimers() {
+  if (autoTimerId_ != 0) actionWindow().killTimer(std::exchange(autoTimerId_, 0));
+  if (folderRetryTimerId_ != 0) actionWindow().killTimer(std::exchange(folderRetryTimerId_, 0));
 }
 
 PimActionWindow& DataCapture::actionWindow() { return OutlookApp::instance()->actionWindow(); }
@@ -241,7 +287,7 @@ void DataCapture::updateAutoCapture() {
 
 void DataCapture::onTimer(uint32_t timerId) {
   PIM_ENTRY("PIM::DataCapture::onTimer");
-  if (timerId == 0) return;
+  if (timerId == 0 || ending_) return;
   if (timerId == autoTimerId_) {
     // In start-up mode the first tick captures and the next ends the timer.
     if (currentMode_ == CaptureAtStartup && captureStarted_) {
@@ -269,8 +315,9 @@ void DataCapture::onPreferencesChanged() {
 
 void DataCapture::captureNow() {
   PIM_ENTRY("PIM::DataCapture::captureNow");
-  // A request during a run is dropped.
-  if (isCapturing()) return;
+  // A request during a run is dropped, and so is one while the controller
+  // goes.
+  if (isCapturing() || ending_) return;
   captureThread_.reset();
   totalFolders_ = 0;
   foldersDone_ = 0;
@@ -315,6 +362,33 @@ DataCapture::Progress DataCapture::progress() const {
 }
 
 size_t DataCapture::getFolderCount() const { return folders_.size(); }
+
+void DataCapture::adoptPreviousFiles(const std::vector<DataDirectoryEntry>& entries) {
+  PIM_ENTRY("PIM::DataCapture::adoptPreviousFiles");
+  if (isCapturing()) return;
+  TryEntryGuard guard(folderListLock_);
+  const std::u16string dataFolder = getDataFolder();
+  if (!guard.owns() || dataFolder.empty()) return;
+  std::vector<std::u16string> taken;
+  for (FolderRef& folder : folders_) {
+    const FolderKind* kind = folderKind(folder->getFolderType());
+    if (!kind) continue;
+    for (const DataDirectoryEntry& entry : entries) {
+      // The index keeps only the folder's own entry id.
+      if (entry.type != kind->indexType || entry.folder.folderId != folder->getFolder().folderId)
+        continue;
+      // A name from the file is trusted only as a file of this folder that
+      // exists and that no other folder claims.
+      if (!isDataFileName(entry.name) ||
+          std::find(taken.begin(), taken.end(), entry.name) != taken.end() ||
+          !env()->pathStatus(dataFolder + kPathSeparator + entry.name))
+        continue;
+      folder->setFileName(entry.name);
+      taken.push_back(entry.name);
+      break;
+    }
+  }
+}
 
 void DataCapture::updateCaptureFolders() {
   PIM_ENTRY("PIM::DataCapture::updateCaptureFolders");
@@ -362,7 +436,8 @@ void DataCapture::updateCaptureFolders() {
     return;
   }
   // A run is in progress or holds the list: try again shortly, and capture
-  // then.
+  // then. A controller that is going has no later.
+  if (ending_) return;
   if (folderRetryTimerId_ == 0) {
     folderRetryTimerId_ = actionWindow().createTimer(kFolderRetryMs, this);
   }
@@ -387,9 +462,11 @@ void DataCapture::captureThread() {
 
 void DataCapture::captureFunc() {
   PIM_ENTRY("PIM::DataCapture::captureFunc");
+  const uint32_t errorsBefore = errorLinesOnThisThread();
   PIM_LOG_MSG("Beginning data capture process.");
   const std::u16string dataFolder = getDataFolder();
   const std::u16string indexPath = dataFolder + kPathSeparator + kDataDirectoryName;
+  const std::u16string newIndexPath = dataFolder + kPathSeparator + kDataDirectoryNewName;
   // The list cannot change while a run is in progress.
   totalFolders_ = static_cast<uint32_t>(folders_.size());
   foldersDone_ = 0;
@@ -399,7 +476,11 @@ void DataCapture::captureFunc() {
   keepSummary(summary);  // a run that throws leaves an empty one
   // Without a data folder the files would land in the root folder
   // (getDataFolder has logged why).
-  if (dataFolder.empty()) return keepSummary(summary);
+  if (dataFolder.empty()) {
+    summary.failures.push_back("there is no data folder");
+    summary.errorsLogged = errorLinesOnThisThread() - errorsBefore;
+    return keepSummary(summary);
+  }
 
   std::vector<std::u16string> leftovers = deletableDataFiles(dataFolder);
   std::vector<DataDirectoryEntry> directory;
@@ -410,8 +491,9 @@ void DataCapture::captureFunc() {
       DataDirectoryEntry entry;
       if (const FolderKind* kind = folderKind(folder->getFolderType())) {
         size_t records = 0;
-        const HRESULT hr = kind->capture(*folder, dataFolder, cancelRequested_, records);
-        countFolder(summary, kind->folderType, hr, records);
+        FolderWrite write;
+        const HRESULT hr = kind->capture(*folder, dataFolder, cancelRequested_, records, write);
+        countFolder(summary, *kind, *folder, hr, records, write);
         entry.type = kind->indexType;
       } else {
         PIM_LOG_ERR("Unsupported data type.");
@@ -431,16 +513,33 @@ void DataCapture::captureFunc() {
     }
   }
 
-  // Replaced files, files of folders no longer monitored, any other
-  // unprotected ".xml" file and the old index, which is written again below.
-  for (const std::u16string& name : leftovers) {
-    if (env()->removeFile(dataFolder + kPathSeparator + name) && name != kDataDirectoryName)
-      ++summary.filesDeleted;
-  }
-
+  // The new index is made whole beside the old one before anything is
+  // deleted, and then takes its place in one rename: a run killed at any
+  // point leaves an index whose files all exist.
   PIM_LOG_MSG("Writing data directory.");
-  writeToFile(indexPath, directory);
+  const bool indexReady = writeToFile(newIndexPath, directory);
+  if (indexReady) {
+    // Replaced files, files of folders no longer monitored and any other
+    // unprotected ".xml" file; the index is replaced below.
+    for (const std::u16string& name : leftovers) {
+      if (name == kDataDirectoryName) continue;
+      if (env()->removeFile(dataFolder + kPathSeparator + name)) ++summary.filesDeleted;
+    }
+    summary.indexWritten = env()->replaceFile(newIndexPath, indexPath);
+    if (!summary.indexWritten) {
+      // A reader holding the index open on Windows stops the rename.
+      PIM_LOG_ERR("Could not replace the data directory: " << toUtf8(indexPath));
+      summary.indexWritten = writeToFile(indexPath, directory);
+      env()->removeFile(newIndexPath);
+    }
+  } else {
+    // The disk is full or the folder unwritable: the old index and every
+    // file it names stay as they were; the next run cleans up.
+    env()->removeFile(newIndexPath);
+  }
+  if (!summary.indexWritten) summary.failures.push_back("could not write " + toUtf8(indexPath));
   PIM_LOG_MSG("Completed data capture process.");
+  summary.errorsLogged = errorLinesOnThisThread() - errorsBefore;
   keepSummary(summary);
 }
 

@@ -28,6 +28,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <vector>
 
 #include "addin/action_window.h"
@@ -100,13 +101,28 @@ class DataCapture final : public IPreferencesListener, public ITimer {
     uint32_t foldersUnchanged = 0;  // tracked and unchanged: their files kept
     uint32_t foldersFailed = 0;     // failed or cancelled: their previous files kept
     uint32_t records[4] = {};       // by FolderType, of the folders read
-    uint32_t filesWritten = 0;      // folder files, not the index
+    uint32_t filesWritten = 0;      // folder files written whole, not the index
+    uint32_t filesFailed = 0;       // folder files that could not be made or written whole
     uint32_t filesDeleted = 0;      // replaced and stale files, not the old index
+    bool indexWritten = false;      // DataDirectory.xml written whole and in place
+    uint32_t errorsLogged = 0;      // error lines the run wrote to the log
+    // One line for each thing that went wrong: a folder not read, a file
+    // not written ("could not write /data/CVTK1a.XML").
+    std::vector<std::string> failures;
     bool cancelled = false;
     uint32_t elapsedMs = 0;
   };
   // The last run's, once it has ended; all zero before the first.
   RunSummary lastRunSummary() const;
+
+  // A host that starts a controller over an existing data folder (the
+  // command line, where every start is a fresh controller) hands it the
+  // previous index here, before the first run: each monitored folder named
+  // there, by its entry id and kind, whose file still exists takes that
+  // file as its own. A folder the next run does not read (cancelled,
+  // failed) then keeps its file and index line, as it would in a
+  // controller that had written them itself. Ignored during a run.
+  void adoptPreviousFiles(const std::vector<DataDirectoryEntry>& entries);
 
   // Waits until no run is in progress; false when `timeout` passed first.
   bool waitForCapture(std::chrono::milliseconds timeout) const;
@@ -140,6 +156,7 @@ class DataCapture final : public IPreferencesListener, public ITimer {
   void keepSummary(RunSummary summary);
 
   void killAutoTimer();
+  void killTimers();
   PimActionWindow& actionWindow();
 
   uint32_t currentInterval_ = 0;
@@ -153,6 +170,8 @@ class DataCapture final : public IPreferencesListener, public ITimer {
   bool captureStarted_ = false;
   // A folder-list update was put off; a capture is to follow it.
   bool capturePending_ = false;
+  // The controller is being destroyed: no new run, no new timer.
+  bool ending_ = false;
   std::vector<FolderRef> folders_;
   std::unique_ptr<CaptureThread> captureThread_;
   std::atomic<uint32_t> totalFolders_{kNoRunYet};

@@ -7,7 +7,8 @@
 //   HRESULT hr = getDataList(folder, &tasks, cancelRequested);
 //
 // S_OK when the table ended or the limit was reached, E_ABORT when cancelled,
-// E_FAIL when the names could not be resolved, E_INVALIDARG for a null folder
+// E_FAIL when the names could not be resolved or the store failed to give
+// the rows (not taken for the table's end), E_INVALIDARG for a null folder
 // or list. A failed table call (columns, restriction, sort) and a query the
 // type cannot build are thrown as ComError for the capture thread to catch.
 #pragma once
@@ -55,10 +56,26 @@ HRESULT getDataList(IMAPIFolder* folder, IMAPITable* contents, std::vector<Recor
   if (cancelRequested) return E_ABORT;
   if (query.sortOrder && FAILED(hr = table.sortTable(query.sortOrder.get(), 0))) throwComError(hr);
 
+  // Only a loop left because of the cancel is a cancelled read: a cancel
+  // that comes after the last row, or once the limit is reached, leaves a
+  // complete read, which is kept.
   ULONG count = 0;
-  while (!cancelRequested && count < query.rowLimit) {
+  bool cancelled = false;
+  while (count < query.rowLimit) {
+    if (cancelRequested) {
+      cancelled = true;
+      break;
+    }
     MAPIProperties* row = table.getNextRow();
-    if (!row) break;
+    if (!row) {
+      // A store that fails part way must not pass for a table that ended:
+      // the folder keeps its previous, whole file instead of a shortened one.
+      if (FAILED(table.rowError())) {
+        PIM_LOG_HR(table.rowError(), "Failed to retrieve data from the data table.");
+        return E_FAIL;
+      }
+      break;
+    }
     Record record;
     hr = Record::makeDataRow(pairs, *row, folder, record);
     if (FAILED(hr)) {
@@ -68,7 +85,7 @@ HRESULT getDataList(IMAPIFolder* folder, IMAPITable* contents, std::vector<Recor
     dataList->push_back(std::move(record));
     ++count;
   }
-  return cancelRequested ? E_ABORT : S_OK;
+  return cancelled ? E_ABORT : S_OK;
 }
 
 // Opens the folder's contents table and reads it as above.

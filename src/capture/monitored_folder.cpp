@@ -83,6 +83,11 @@ void MonitoredFolder::stopNotifications() {
   if (connection_ != 0 && table_) table_->Unadvise(connection_);
   connection_ = 0;
   threadSafeSink_.reset();
+  // The table holds the wrapper, which holds us: if the store refused the
+  // Unadvise, only letting go of the table (kept for notifications alone)
+  // breaks that circle, so that the folder and the store behind it are
+  // freed whatever the store answered.
+  table_.reset();
 }
 
 HRESULT STDMETHODCALLTYPE MonitoredFolder::QueryInterface(REFIID iid, void** out) {

@@ -44,6 +44,12 @@ enum FolderType : uint32_t {
 
 class FolderRef;
 
+// What one folder step did to the data folder, for the run's report.
+struct FolderWrite {
+  std::u16string path;  // the file made for the folder; empty when none was
+  bool failed = false;  // no file could be made, or it was not written whole
+};
+
 class MonitoredFolder final : public IMAPIAdviseSink {
  public:
   // Opens the store and the folder of `identity` through the session of
@@ -81,14 +87,17 @@ class MonitoredFolder final : public IMAPIAdviseSink {
   // becomes the new file's, or empty when the folder had no records. The old
   // file is left for the run to delete. When the read fails or is cancelled
   // the folder keeps its previous file name. Returns the read's result, or
-  // S_FALSE for a tracked folder left unread because it had not changed.
+  // S_FALSE for a tracked folder left unread because it had not changed;
+  // what became of the file goes to `write` when given. A file that could
+  // not be written whole is still the folder's (the run only reports it).
   template <class Record>
   HRESULT captureFolder(const std::u16string& dataFolder, std::vector<Record>& records,
-                        const CancelFlag& cancelRequested);
+                        const CancelFlag& cancelRequested, FolderWrite* write = nullptr);
 
-  // Gives the notification registration back. The store's wrapper holds a
-  // reference to this object, so until then the object cannot be freed;
-  // FolderRef calls this when the controller lets a folder go.
+  // Gives the notification registration back and lets go of the table. The
+  // store's wrapper holds a reference to this object, so until then the
+  // object cannot be freed; FolderRef calls this when the controller lets a
+  // folder go.
   void stopNotifications();
 
  private:
@@ -156,11 +165,13 @@ class FolderRef {
 template <class Record>
 HRESULT MonitoredFolder::captureFolder(const std::u16string& dataFolder,
                                        std::vector<Record>& records,
-                                       const CancelFlag& cancelRequested) {
+                                       const CancelFlag& cancelRequested, FolderWrite* write) {
   PIM_ENTRY("PIM::MonitoredFolder::captureFolder");
   // The flag is cleared before the read: a read that fails or is cancelled
   // is not repeated until the folder changes again.
   if (trackingActive_ && !takeModified()) return S_FALSE;
+  FolderWrite ignored;
+  if (!write) write = &ignored;
   try {
     const HRESULT hr = getDataList(folder_.get(), &records, cancelRequested);
     if (FAILED(hr)) return hr;
@@ -169,13 +180,15 @@ HRESULT MonitoredFolder::captureFolder(const std::u16string& dataFolder,
     if (!createUniqueFileName(dataFolder, kDataFilePrefix, kDataFileExtension, name)) {
       PIM_LOG_ERR("Could not create file for exporting this data folder.");
       name.clear();
+      write->failed = !records.empty();
     }
     if (!name.empty()) {
       const std::u16string path = dataFolder + kPathSeparator + name;
       if (records.empty()) {
         env()->removeFile(path);
       } else {
-        writeToFile(path, records);
+        write->path = path;
+        write->failed = !writeToFile(path, records);
       }
     }
     setFileName(records.empty() ? std::u16string() : name);

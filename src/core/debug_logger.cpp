@@ -12,6 +12,8 @@ namespace PIM {
 
 namespace {
 
+thread_local uint32_t t_errorLines = 0;
+
 const char* const kWeekdays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
 const char* const kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
@@ -101,5 +103,9 @@ void DebugLogger::write(const std::string& line) {
   if (!out) return;
   *out << timePrefix() << line << std::endl;
 }
+
+uint32_t errorLinesOnThisThread() { return t_errorLines; }
+
+void countErrorLine() { ++t_errorLines; }
 
 }  // namespace PIM

@@ -10,6 +10,7 @@
 // toUtf8. PIM_ASSERT logs "Assertion failed" and carries on.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <ostream>
 #include <sstream>
@@ -76,6 +77,12 @@ class DebugLogger {
 // "file(line) : function() >" — the header of a line opened for a function.
 void writeLogHeader(std::ostream& out, const char* file, int line, const char* function);
 
+// Error lines written by the calling thread since it started: a capture run
+// compares the count before and after to tell the user that something went
+// wrong inside it (a rejected blob, a row skipped) without failing the run.
+uint32_t errorLinesOnThisThread();
+void countErrorLine();
+
 }  // namespace PIM
 
 #define PIM_LOG_LINE_(kind, message)                                         \
@@ -86,7 +93,11 @@ void writeLogHeader(std::ostream& out, const char* file, int line, const char* f
     ::PIM::DebugLogger::instance().write(pimLine_.str());                    \
   } while (0)
 
-#define PIM_LOG_ERR(message) PIM_LOG_LINE_(" ERR> ", message)
+#define PIM_LOG_ERR(message)          \
+  do {                                \
+    PIM_LOG_LINE_(" ERR> ", message); \
+    ::PIM::countErrorLine();          \
+  } while (0)
 #define PIM_LOG_MSG(message) PIM_LOG_LINE_(" MSG> ", message)
 #define PIM_ASSERT(condition)                          \
   do {                                                 \

@@ -48,8 +48,11 @@ bool writeDataFile(const std::u16string& path, size_t count,
                              "<xmlData xmlns=\"" + kDataSchemaUrl + "\">\r\n";
   bool ok = writeAll(*file, header);
   for (size_t i = 0; ok && i < count; ++i) ok = writeAll(*file, toUtf8(line(i)) + "\r\n");
-  writeAll(*file, "</xmlData>\r\n");
-  file.reset();
+  // The closing tag is tried whatever happened; a file without it is not
+  // whole, so its failure counts like any other. So does the close: most
+  // files are smaller than the stream's buffer and reach the disk only there.
+  ok = writeAll(*file, "</xmlData>\r\n") && ok;
+  ok = file->close() && ok;
   if (!ok) {
     PIM_LOG_ERR("There was an error while writing to the output file: " << toUtf8(path));
     return false;

@@ -17,6 +17,9 @@ namespace PIM {
 // path in the repository (XMLDataSchema.xsd).
 inline constexpr char kDataSchemaUrl[] = "http://schemas.ferrant.example/XMLDataSchema.xsd";
 inline constexpr char16_t kDataDirectoryName[] = u"DataDirectory.xml";
+// The next index, written whole beside the old one before it takes its
+// place. Not an ".xml" name, so no reader or clean-up takes it for data.
+inline constexpr char16_t kDataDirectoryNewName[] = u"DataDirectory.xml.new";
 // Folder files are named prefix + hex tick count + extension.
 inline constexpr char16_t kDataFilePrefix[] = u"CVTK";
 inline constexpr char16_t kDataFileExtension[] = u".XML";
@@ -38,9 +41,10 @@ class DataDirectoryEntry {
 };
 
 // Writes the envelope around `count` lines, line(i) giving each record's
-// text. False, with a log line, when the file cannot be opened or a write
-// falls short; records after a short write are not written, the closing tag
-// is still tried and the partial file stays.
+// text. False, with a log line, when the file cannot be opened or any byte
+// does not reach it (a short write, the closing tag, the final flush or
+// close); records after a short write are not written, the closing tag is
+// still tried and the partial file stays.
 bool writeDataFile(const std::u16string& path, size_t count,
                    const std::function<std::u16string(size_t)>& line);
 

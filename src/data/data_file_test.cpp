@@ -37,6 +37,7 @@ class FullDiskEnv : public EnvWrapper {
         room_ -= n;
         return file_->write(data, n);
       }
+      bool close() override { return file_->close(); }
 
      private:
       std::unique_ptr<WritableFile> file_;
@@ -77,6 +78,18 @@ TEST(DataFile, FullDiskStopsAfterTheLastWholeRecord) {
   EXPECT_EQ(log.messages(),
             std::vector<std::string>{"There was an error while writing to the output file: " +
                                      toUtf8(path)});
+}
+
+// Most files are smaller than the stream's buffer: every write "succeeds"
+// and the full disk shows only when the buffer is flushed.
+TEST(DataFile, FullDiskFoundAtTheCloseIsAFailure) {
+  if (kPathSeparator != u'/' || !env()->pathStatus(u"/dev/full")) {
+    GTEST_SKIP() << "needs /dev/full";
+  }
+  LogCapture log;
+  EXPECT_FALSE(writeToFile(u"/dev/full", std::vector<Line>{{u"<one/>"}}));
+  EXPECT_EQ(log.messages(), std::vector<std::string>{
+                                "There was an error while writing to the output file: /dev/full"});
 }
 
 TEST(DataFile, UnopenablePathIsLogged) {

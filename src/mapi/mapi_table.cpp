@@ -93,7 +93,9 @@ MAPIProperties* MAPITable::getNextRow() {
   if (!batch_) {
     const HRESULT hr =
         retryWhenBusy([&] { return table_->QueryRows(kBatchRows, 0, batch_.put()); });
-    // The caller cannot tell a failure from the end of the table.
+    // The row loop ends as at the end of the table; rowError() tells the
+    // two apart for a caller that must.
+    rowError_ = FAILED(hr) ? hr : S_OK;
     if (FAILED(hr)) {
       batch_.reset();
       return nullptr;

@@ -41,6 +41,11 @@ class MAPITable {
   [[nodiscard]] HRESULT sortTable(SSortOrderSet* sortOrder, ULONG flags);
   // The next row, or null at the end of the table and on any failure.
   MAPIProperties* getNextRow();
+  // Why the last getNextRow() returned null when the store failed (or
+  // stayed busy) rather than running out of rows; S_OK otherwise. A reader
+  // that would take a failure for the end keeps a shortened copy of the
+  // table as if it were whole.
+  HRESULT rowError() const { return rowError_; }
 
  private:
   // Calls `call` again after a wait while the store answers busy; at most
@@ -53,6 +58,7 @@ class MAPITable {
   ULONG next_ = 0;
   RowSet batch_;
   MAPIProperties row_;
+  HRESULT rowError_ = S_OK;
 };
 
 }  // namespace PIM

@@ -100,6 +100,10 @@ class WritableFile {
   // The number of bytes written: fewer than `size` when the disk is full or
   // the file has failed.
   virtual size_t write(const void* data, size_t size) = 0;
+  // Flushes what is still buffered and closes the file; false when any byte
+  // written so far did not reach the file. A small file is often written
+  // only here, so a full disk may show up nowhere else.
+  virtual bool close() = 0;
 };
 
 // Called on the crashing thread. Returns when the report is written; the
@@ -152,6 +156,10 @@ class Env {
   virtual bool listFolder(const std::u16string& folder, std::vector<FolderEntry>& entries) = 0;
   // Deletes one file; true on success.
   virtual bool removeFile(const std::u16string& path) = 0;
+  // Renames `from` to `to` in the same folder, replacing `to` in one step:
+  // a reader, or a process killed meanwhile, sees the old file or the new
+  // one, never none. True on success.
+  virtual bool replaceFile(const std::u16string& from, const std::u16string& to) = 0;
 
   // --- Threads ------------------------------------------------------------
   // Puts the calling thread one step below normal priority where the system
@@ -219,6 +227,9 @@ class EnvWrapper : public Env {
     return target_->listFolder(f, e);
   }
   bool removeFile(const std::u16string& p) override { return target_->removeFile(p); }
+  bool replaceFile(const std::u16string& f, const std::u16string& t) override {
+    return target_->replaceFile(f, t);
+  }
   void lowerThreadPriority() override { target_->lowerThreadPriority(); }
   std::unique_ptr<ThreadCrashScope> prepareThreadForCrashes() override {
     return target_->prepareThreadForCrashes();

@@ -15,6 +15,7 @@ class StdioWritableFile : public WritableFile {
   static std::unique_ptr<WritableFile> adopt(std::FILE* stream);
   ~StdioWritableFile() override;
   size_t write(const void* data, size_t size) override;
+  bool close() override;
 
  private:
   explicit StdioWritableFile(std::FILE* stream) : stream_(stream) {}

@@ -4,12 +4,15 @@
 #include <fcntl.h>
 #include <link.h>
 #include <pthread.h>
+#include <pwd.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
 #include <time.h>
 #include <unistd.h>
+
+#include <cstdio>
 
 #include <climits>
 #include <cstdlib>
@@ -93,15 +96,32 @@ uint32_t PosixEnv::tickCount() {
 
 std::u16string PosixEnv::specialFolder(int csidl) {
   if (csidl != kCsidlLocalAppData) return {};
-  if (const char* xdg = std::getenv("XDG_DATA_HOME"); xdg && xdg[0] == '/') return widen(xdg);
-  const char* home = std::getenv("HOME");
-  if (!home || !home[0]) return {};
-  std::string path = std::string(home) + "/.local/share";
-  // The folder is created on first use, as the shell does for its own.
-  std::string local = std::string(home) + "/.local";
-  mkdir(local.c_str(), 0700);
-  mkdir(path.c_str(), 0700);
+  std::string path;
+  if (const char* xdg = std::getenv("XDG_DATA_HOME"); xdg && xdg[0] == '/') {
+    path = xdg;
+  } else {
+    const std::string home = homeFolder();
+    if (home.empty()) return {};
+    path = home + "/.local/share";
+  }
+  // Made on first use, as the desktop makes its own, so that the folders
+  // below it can be made one at a time.
+  for (size_t slash = path.find('/', 1);; slash = path.find('/', slash + 1)) {
+    mkdir(path.substr(0, slash).c_str(), 0700);
+    if (slash == std::string::npos) break;
+  }
   return widen(path);
+}
+
+std::string homeFolder() {
+  if (const char* variable = std::getenv("HOME"); variable && variable[0]) return variable;
+  // A service or a job started without the login's environment.
+  struct passwd entry;
+  struct passwd* found = nullptr;
+  char buffer[4096];
+  if (getpwuid_r(getuid(), &entry, buffer, sizeof buffer, &found) == 0 && found && found->pw_dir)
+    return found->pw_dir;
+  return {};
 }
 
 std::u16string PosixEnv::moduleFileName() {
@@ -173,6 +193,10 @@ bool PosixEnv::listFolder(const std::u16string& folder, std::vector<FolderEntry>
 }
 
 bool PosixEnv::removeFile(const std::u16string& path) { return unlink(narrow(path).c_str()) == 0; }
+
+bool PosixEnv::replaceFile(const std::u16string& from, const std::u16string& to) {
+  return rename(narrow(from).c_str(), narrow(to).c_str()) == 0;
+}
 
 bool PosixEnv::stdoutIsTerminal() { return isatty(STDOUT_FILENO) == 1; }
 

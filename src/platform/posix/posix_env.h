@@ -31,6 +31,7 @@ class PosixEnv : public Env {
   std::unique_ptr<WritableFile> openForWriting(const std::u16string& path) override;
   bool listFolder(const std::u16string& folder, std::vector<FolderEntry>& entries) override;
   bool removeFile(const std::u16string& path) override;
+  bool replaceFile(const std::u16string& from, const std::u16string& to) override;
   bool stdoutIsTerminal() override;
   void lowerThreadPriority() override;
   std::unique_ptr<ThreadCrashScope> prepareThreadForCrashes() override;
@@ -52,5 +53,9 @@ std::u16string utf8ToUtf16(const char* bytes, size_t size);
 
 // File names cross the seam as UTF-16 and reach the OS as UTF-8.
 std::string nativePath(const std::u16string& path);
+
+// The user's home folder: $HOME, else the user database's entry; empty
+// when neither names one.
+std::string homeFolder();
 
 }  // namespace PIM

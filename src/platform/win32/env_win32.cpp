@@ -133,6 +133,13 @@ bool Win32Env::listFolder(const std::u16string& folder, std::vector<FolderEntry>
 
 bool Win32Env::removeFile(const std::u16string& path) { return DeleteFileW(wide(path)) != FALSE; }
 
+bool Win32Env::replaceFile(const std::u16string& from, const std::u16string& to) {
+  // Fails while a reader holds `to` open without delete sharing; the caller
+  // then falls back to writing in place.
+  return MoveFileExW(wide(from), wide(to), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) !=
+         FALSE;
+}
+
 bool Win32Env::stdoutIsTerminal() {
   // A console answers GetConsoleMode; a file or a pipe does not.
   DWORD mode = 0;

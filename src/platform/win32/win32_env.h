@@ -31,6 +31,7 @@ class Win32Env : public Env {
   std::unique_ptr<WritableFile> openForWriting(const std::u16string& path) override;
   bool listFolder(const std::u16string& folder, std::vector<FolderEntry>& entries) override;
   bool removeFile(const std::u16string& path) override;
+  bool replaceFile(const std::u16string& from, const std::u16string& to) override;
   bool stdoutIsTerminal() override;
   void lowerThreadPriority() override;
   std::unique_ptr<ThreadCrashScope> prepareThreadForCrashes() override;
