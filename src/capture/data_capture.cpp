@@ -513,18 +513,12 @@ void DataCapture::captureFunc() {
     }
   }
 
-  // The new index is made whole beside the old one before anything is
-  // deleted, and then takes its place in one rename: a run killed at any
-  // point leaves an index whose files all exist.
+  // The new index is made whole beside the old one and takes its place in
+  // one rename before anything is deleted: a run killed at any point leaves
+  // an index whose files all exist, at worst beside stale files that the
+  // next run deletes.
   PIM_LOG_MSG("Writing data directory.");
-  const bool indexReady = writeToFile(newIndexPath, directory);
-  if (indexReady) {
-    // Replaced files, files of folders no longer monitored and any other
-    // unprotected ".xml" file; the index is replaced below.
-    for (const std::u16string& name : leftovers) {
-      if (name == kDataDirectoryName) continue;
-      if (env()->removeFile(dataFolder + kPathSeparator + name)) ++summary.filesDeleted;
-    }
+  if (writeToFile(newIndexPath, directory)) {
     summary.indexWritten = env()->replaceFile(newIndexPath, indexPath);
     if (!summary.indexWritten) {
       // A reader holding the index open on Windows stops the rename.
@@ -533,10 +527,18 @@ void DataCapture::captureFunc() {
       env()->removeFile(newIndexPath);
     }
   } else {
-    // The disk is full or the folder unwritable: the old index and every
-    // file it names stay as they were; the next run cleans up.
     env()->removeFile(newIndexPath);
   }
+  if (summary.indexWritten) {
+    // Replaced files, files of folders no longer monitored and any other
+    // unprotected ".xml" file.
+    for (const std::u16string& name : leftovers) {
+      if (name == kDataDirectoryName) continue;
+      if (env()->removeFile(dataFolder + kPathSeparator + name)) ++summary.filesDeleted;
+    }
+  }
+  // Otherwise the disk is full or the folder unwritable: the old index and
+  // every file it names stay as they were, and the next run cleans up.
   if (!summary.indexWritten) summary.failures.push_back("could not write " + toUtf8(indexPath));
   PIM_LOG_MSG("Completed data capture process.");
   summary.errorsLogged = errorLinesOnThisThread() - errorsBefore;

@@ -252,6 +252,32 @@ TEST_F(DataCaptureTest, EndingDuringARunWaitsBehindTheProgressDisplay) {
       << "the end waited for the run";
 }
 
+// The shut-down display cancels the run through the controller it finds as
+// the instance: that must be the one ending, and nothing it arms may tick
+// once the controller is gone.
+TEST_F(DataCaptureTest, TheShutDownDisplayCancelsTheEndingControllerAndNoTimerOutlivesIt) {
+  DataCapture* capture = DataCapture::instance();
+  DataCapture* seen = nullptr;
+  capture->setProgressDisplay([&](bool shutdownMode) {
+    ASSERT_TRUE(shutdownMode);
+    seen = DataCapture::instance();
+    seen->cancelCapture();
+    DataCapture::freeInstance();  // a host that asks again while it waits
+    env_.gate.open();
+    EXPECT_TRUE(capture->waitForCapture(kRunTimeout));
+  });
+  capture->enableCapturing(true);  // the automatic timer runs
+  env_.gate.arm(Step::ListDataFolder);
+  capture->captureNow();
+  ASSERT_TRUE(env_.gate.waitArrived());
+  DataCapture::freeInstance();
+  EXPECT_EQ(seen, capture);
+  // Every tick the window can still deliver finds no controller behind it.
+  for (uint32_t id = 1; id <= 16; ++id) actionWindow().OnTimer(id);
+  EXPECT_EQ(dataFolderNames(), std::vector<std::string>({"DataDirectory.xml"}))
+      << "the run was cancelled and no other started";
+}
+
 // Notifications from a thread of the store, and the user changing the
 // preferences and cancelling, all while a run reads the folders.
 TEST_F(DataCaptureTest, ChangesFromOtherThreadsDuringARunLeaveAConsistentResult) {

@@ -46,6 +46,19 @@ TEST_F(MonitoredFolderTest, OpensTheFolderAndListensToItsTable) {
   EXPECT_EQ(folder->Release(), 1u);
 }
 
+// The table holds the notification wrapper, which holds the folder: a store
+// that refuses the Unadvise must not keep the folder, and through it the
+// whole store, alive.
+TEST_F(MonitoredFolderTest, AFailedUnadviseStillFreesTheFolder) {
+  FolderRef folder = open("inbox", kFolderEmail);
+  store::ScopedFaults faults;
+  faults->failAlways("IMAPITable::Unadvise", MAPI_E_CALL_FAILED);
+  folder->stopNotifications();
+  EXPECT_EQ(faults->callCount("IMAPITable::Unadvise"), 1u);
+  EXPECT_EQ(folder->AddRef(), 2u) << "only ours is left";
+  EXPECT_EQ(folder->Release(), 1u);
+}
+
 TEST_F(MonitoredFolderTest, AnswersOnlyTheSinkInterfaces) {
   FolderRef folder = open("tasks", kFolderTasks);
   void* out = reinterpret_cast<void*>(1);
