@@ -134,16 +134,21 @@ TEST(DataDirectory, TypeTexts) {
 
 TEST(DataDirectory, IndexValidatesAgainstTheSchema) {
   TempDir dir;
-  std::vector<DataDirectoryEntry> index(2);
+  // Lines that slip through with a type the writer does not know are
+  // written too, and must not make the index invalid.
+  std::vector<DataDirectoryEntry> index(3);
   index[0] = {
       u"CVTK10.XML", DataDirectoryEntry::Calendar, {EntryId(std::vector<uint8_t>{0, 1}), {}}};
   index[1] = {u"CVTK11.XML", DataDirectoryEntry::Tasks, {EntryId(std::vector<uint8_t>{0, 2}), {}}};
+  index[2] = {u"CVTK12.XML", 9, {EntryId(std::vector<uint8_t>{0, 3}), {}}};
   const std::u16string path = dir.file(kDataDirectoryName);
+  LogCapture log;
   ASSERT_TRUE(writeToFile(path, index));
   EXPECT_EQ(readFileBytes(path),
             header() +
                 "<dataFile name=\"CVTK10.XML\" type=\"calendar\" entryId=\"0001\"/>\r\n"
                 "<dataFile name=\"CVTK11.XML\" type=\"tasks\" entryId=\"0002\"/>\r\n"
+                "<dataFile name=\"CVTK12.XML\" type=\"invalid\" entryId=\"0003\"/>\r\n"
                 "</xmlData>\r\n");
   expectValidDataFile(path);
 }

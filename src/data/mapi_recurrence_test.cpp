@@ -10,6 +10,7 @@
 #include "data/data_test_util.h"
 #include "data/mapi_recurrence.h"
 #include "store/recurrence_blob.h"
+#include "testing/schema_check.h"
 
 namespace PIM {
 namespace {
@@ -211,6 +212,46 @@ TEST_F(MAPIRecurrenceTest, EachPatternTypeWritesItsWholeElement) {
   EXPECT_EQ(xmlOf(encodeAppointmentRecurrence(bare)),
             "<recurrence maxDaysBefore=\"-1\" maxDaysAfter=\"0\" startDate=\"133485408000000000\">"
             "\r\n<Daily every=\"1\" />\r\n</recurrence>\r\n");
+}
+
+// Every value a pattern may carry past the decoder's checks is valid in the
+// published schema, not only the ones a well-kept calendar holds.
+TEST_F(MAPIRecurrenceTest, EdgeValuesTheDecoderAcceptsAreValidInTheSchema) {
+  auto nth = [](AppointmentRecurrence r, uint32_t occurrence, uint32_t dayMask) {
+    r.pattern.nth = occurrence;
+    r.pattern.dayMask = dayMask;
+    return r;
+  };
+  AppointmentRecurrence december = yearly();
+  december.pattern.startDate = minutesSince1601(2024, 12, 1);
+  december.pattern.dayOfMonth = 0;
+  const AppointmentRecurrence accepted[] = {
+      nth(monthlyNth(), 0, 0x20),
+      nth(monthlyNth(), 5, 0x7F),
+      nth(yearlyNth(), 0, 0),
+      nth(yearlyNth(), 6, 0x10),
+      nth(yearlyNth(), 0xFFFFFFFF, 0xFFFFFFFF),
+      weekly(0),
+      daily(0),
+      december,
+  };
+  struct Line {
+    std::u16string text;
+    std::u16string toXMLString() const { return text; }
+  };
+  std::vector<Line> lines;
+  for (const AppointmentRecurrence& r : accepted) {
+    const MAPIRecurrence decoded = decode(encodeAppointmentRecurrence(r));
+    ASSERT_NE(decoded.type, MAPIRecurrence::None) << toUtf8(decoded.toXml());
+    lines.push_back(
+        {u"<entry entryId=\"01\" recurring=\"true\">\r\n" + decoded.toXml() + u"</entry>"});
+  }
+  testing::TempDir dir;
+  const std::u16string path = dir.file(u"edges.xml");
+  ASSERT_TRUE(writeToFile(path, lines));
+  const std::optional<std::string> errors = testing::schemaErrors(path);
+  if (!errors) GTEST_SKIP() << "no schema check here";
+  EXPECT_EQ(*errors, "");
 }
 
 TEST_F(MAPIRecurrenceTest, DecodedFieldsAndEndTypes) {
