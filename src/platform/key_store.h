@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -27,6 +28,19 @@ inline constexpr long kKeyInvalidParameter = 87;
 inline constexpr long kKeyDiskFull = 112;
 inline constexpr long kKeyMoreData = 234;
 inline constexpr long kKeyDeleted = 1018;  // the key was deleted while open
+
+// Whether the settings as a whole can be relied on.
+struct KeyStoreState {
+  enum Health {
+    Usable,
+    // Damaged and set aside: what could be read is in use, the rest is lost.
+    Damaged,
+    // Cannot be read at all: every read gives its default.
+    Unreadable,
+  };
+  Health health = Usable;
+  std::string message;  // what is wrong, for the user; empty when usable
+};
 
 // The registry's limits, kept by every store.
 inline constexpr size_t kMaxKeyNameUnits = 255;
@@ -61,6 +75,21 @@ class KeyStore {
   // settings file set aside, for example), oldest first; each is returned
   // once. The registry has none.
   virtual std::vector<std::string> takeDiagnostics() { return {}; }
+
+  // Reads the settings if need be and tells whether they can be relied on.
+  // A damage met by any earlier call of this object is told too.
+  virtual KeyStoreState checkState() { return {}; }
+
+  // Runs `body` (which uses this store's other methods) as one change that
+  // other processes see whole or not at all: what it reads is what is stored
+  // when it starts, and nobody else changes the settings until it ends. When
+  // `body` fails nothing it changed is kept, where the store can undo it (the
+  // registry cannot). Returns body's result, or the store's own failure with
+  // the reason in `why`.
+  virtual long changeTogether(const std::function<long()>& body, std::string& why) {
+    (void)why;
+    return body();
+  }
 };
 
 }  // namespace PIM

@@ -14,6 +14,10 @@ using utf::isHighSurrogate;
 using utf::isLowSurrogate;
 
 constexpr std::string_view kMagic = "ferrant-keystore";
+// The last line of a file of format 2 or later: a file without it was cut
+// short. (Format 1 had none, so such a file ends where it ends.)
+constexpr std::string_view kClosingLine = "; end of settings";
+constexpr int kFirstClosedFormat = 2;
 constexpr size_t kBytesPerLine = 25;
 
 char16_t foldAscii(char16_t c) { return c >= u'A' && c <= u'Z' ? char16_t(c + 32) : c; }
@@ -457,16 +461,24 @@ ParsedStore parseStoreText(std::string_view text) {
     }
     if (result.version < 0) {
       result.version = 0;
-      problem(1, "the first line is not \"ferrant-keystore 1\"");
+      problem(1,
+              "the first line is not \"ferrant-keystore " + std::to_string(kFormatVersion) + "\"");
     }
   } else {
-    problem(1, "the file does not start with \"ferrant-keystore 1\"");
+    problem(1, "the file does not start with \"ferrant-keystore " + std::to_string(kFormatVersion) +
+                   "\"");
   }
 
   KeyNode* current = &result.root;
+  std::string_view last;
+  size_t lastNumber = 1;
   while (!lines.atEnd()) {
     std::string_view line = lines.take();
     size_t number = lines.number();
+    if (!line.empty()) {
+      last = line;
+      lastNumber = number;
+    }
     if (line.empty() || line[0] == ';') continue;
     std::string error;
     if (line[0] == '[') {
@@ -492,6 +504,9 @@ ParsedStore parseStoreText(std::string_view text) {
       problem(number, "not a key, a value or a comment");
     }
   }
+  if (result.version >= kFirstClosedFormat && last != kClosingLine) {
+    problem(lastNumber + 1, "the file ends before its closing line: it was cut short");
+  }
   return result;
 }
 
@@ -504,9 +519,13 @@ std::string storeText(const KeyNode& root) {
       "\n"
       "; Settings of the Ferrant programs for this user. [a\\b] starts the key a\\b;\n"
       "; its values follow, one a line: \"name\"=dword:0000000f, \"name\"=hex:01,02,\n"
-      "; \"name\"=sz:\"text\" or \"name\"=hex(<type>):01,02.\n";
+      "; \"name\"=sz:\"text\" or \"name\"=hex(<type>):01,02. The last line closes\n"
+      "; the file: a file without it was cut short.\n";
   for (const auto& value : root.values()) appendValue(out, value);
   for (size_t i = 0; i < root.subkeyCount(); ++i) appendKey(out, root.subkey(i), {});
+  out += "\n";
+  out += kClosingLine;
+  out += "\n";
   return out;
 }
 

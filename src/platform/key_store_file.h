@@ -4,7 +4,7 @@
 //
 // The file is UTF-8 text, one item a line:
 //
-//   ferrant-keystore 1
+//   ferrant-keystore 2
 //   ; comment lines start with a semicolon and are not kept on rewrite
 //   "RootValue"=dword:00000001          values before the first key are the root's
 //
@@ -15,6 +15,9 @@
 //   "Title"=sz:"a \"b\" \\ \u0009"      type 1, UTF-16 with its terminating NUL
 //   ""=hex(7):00,00                     any other type number, or bytes the forms
 //                                       above cannot hold, as hex(<type>)
+//
+//   ; end of settings                   the last line: a file without it was cut
+//                                       short (format 1 had none)
 //
 // Names and texts are in double quotes; \\, \" and \uXXXX (one UTF-16 unit,
 // used for control characters and unpaired surrogates) are the escapes. Key
@@ -33,7 +36,7 @@
 
 namespace PIM::keyfile {
 
-inline constexpr int kFormatVersion = 1;
+inline constexpr int kFormatVersion = 2;
 
 // Key and value names compare equal when they differ only in ASCII case.
 bool sameName(const std::u16string& a, const std::u16string& b);

@@ -27,10 +27,11 @@ constexpr uint32_t kBinary = uint32_t(ValueType::Binary);
 constexpr uint32_t kString = uint32_t(ValueType::String);
 
 const char kHeader[] =
-    "ferrant-keystore 1\n"
+    "ferrant-keystore 2\n"
     "; Settings of the Ferrant programs for this user. [a\\b] starts the key a\\b;\n"
     "; its values follow, one a line: \"name\"=dword:0000000f, \"name\"=hex:01,02,\n"
-    "; \"name\"=sz:\"text\" or \"name\"=hex(<type>):01,02.\n";
+    "; \"name\"=sz:\"text\" or \"name\"=hex(<type>):01,02. The last line closes\n"
+    "; the file: a file without it was cut short.\n";
 
 TEST(KeyStoreFileTest, WritesEveryFormAndReadsItBack) {
   KeyNode root;
@@ -65,14 +66,26 @@ TEST(KeyStoreFileTest, WritesEveryFormAndReadsItBack) {
                                "\"Odd text\"=hex(1):61,00,62\n"
                                "\"Short dword\"=hex(4):01,02\n"
                                "\"Big type\"=hex(ffffffff):\n"
-                               "\n[Empty key]\n";
+                               "\n[Empty key]\n"
+                               "\n; end of settings\n";
   std::string text = storeText(root);
   EXPECT_EQ(text, expected);
 
   ParsedStore parsed = parseStoreText(text);
   EXPECT_TRUE(parsed.problems.empty());
-  EXPECT_EQ(parsed.version, 1);
+  EXPECT_EQ(parsed.version, 2);
   EXPECT_TRUE(parsed.root == root);
+
+  // Cut short anywhere, the text is damaged (the last newline aside); a
+  // file of the first format, which had no closing line, is read as it is.
+  for (size_t size = 1; size + 1 < text.size(); ++size) {
+    ASSERT_FALSE(parseStoreText(text.substr(0, size)).problems.empty()) << size;
+  }
+  parsed = parseStoreText("ferrant-keystore 2\n[K]\n\"A\"=hex:01,02\n");
+  ASSERT_EQ(parsed.problems.size(), 1u);
+  EXPECT_EQ(parsed.problems[0].line, 4u);
+  EXPECT_EQ(parsed.problems[0].reason, "the file ends before its closing line: it was cut short");
+  EXPECT_TRUE(parseStoreText("ferrant-keystore 1\n[K]\n\"A\"=hex:01,02\n").problems.empty());
 }
 
 TEST(KeyStoreFileTest, NamesCompareWithoutAsciiCaseAndKeepTheirFirstSpelling) {
@@ -141,9 +154,9 @@ TEST(KeyStoreFileTest, BlankTextIsAnEmptyStore) {
 }
 
 TEST(KeyStoreFileTest, NewerFormatIsNotRead) {
-  ParsedStore parsed = parseStoreText("ferrant-keystore 2\n[Key]\n\"A\"=dword:00000001\n");
+  ParsedStore parsed = parseStoreText("ferrant-keystore 3\n[Key]\n\"A\"=dword:00000001\n");
   EXPECT_TRUE(parsed.newerFormat);
-  EXPECT_EQ(parsed.version, 2);
+  EXPECT_EQ(parsed.version, 3);
   EXPECT_EQ(parsed.root.subkeyCount(), 0u);
   EXPECT_TRUE(parsed.problems.empty());
 }

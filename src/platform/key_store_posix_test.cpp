@@ -1,10 +1,12 @@
 #include <gtest/gtest.h>
+#include <pwd.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <optional>
 #include <thread>
 
@@ -155,7 +157,8 @@ TEST_F(FileKeyStoreTest, PersistsAcrossInstancesAsReadableText) {
             "\n[Software\\Corvel]\n"
             "\n[Software\\Corvel\\CVTK]\n"
             "\"Frequency\"=dword:0000002d\n"
-            "\"Name\"=sz:\"x\"\n");
+            "\"Name\"=sz:\"x\"\n"
+            "\n; end of settings\n");
   FileKeyStore again(path_);
   Key key(again, again.currentUserRoot(), u"SOFTWARE\\corvel\\cvtk");
   EXPECT_EQ(dword(again, key.get(), u"Frequency"), 0x2du);
@@ -381,7 +384,7 @@ TEST_F(FileKeyStoreTest, KeepsADamagedFileAsideAndTheReadableSettingsInUse) {
 }
 
 TEST_F(FileKeyStoreTest, LeavesAFileOfANewerFormatAlone) {
-  const std::string newer = "ferrant-keystore 2\nwhatever comes next\n";
+  const std::string newer = "ferrant-keystore 3\nwhatever comes next\n";
   writeFileBytes(dir_.file(u"keystore"), newer);
   FileKeyStore store(path_);
   KeyHandle out = nullptr;
@@ -392,7 +395,7 @@ TEST_F(FileKeyStoreTest, LeavesAFileOfANewerFormatAlone) {
   std::vector<std::string> notes = store.takeDiagnostics();
   ASSERT_EQ(notes.size(), 1u);
   EXPECT_EQ(notes[0], "The settings file " + path_ +
-                          " is of format 2, newer than this program reads; it is left as it is "
+                          " is of format 3, newer than this program reads; it is left as it is "
                           "and no setting is saved.");
 }
 
@@ -415,7 +418,123 @@ TEST_F(FileKeyStoreTest, WithoutAPlaceForTheFileEveryCallFails) {
   EXPECT_EQ(setDword(store, store.currentUserRoot(), u"V", 1), kKeyAccessDenied);
   EXPECT_EQ(store.takeDiagnostics(),
             std::vector<std::string>{
-                "No place for the settings file: neither FERRANT_KEYSTORE nor HOME is set."});
+                "No place for the settings file: neither FERRANT_KEYSTORE nor HOME is set, and "
+                "the user database gives no home folder."});
+}
+
+// Read-modify-write cycles of several processes, each inside one change,
+// lose no increment; a change whose body fails keeps nothing of it.
+TEST_F(FileKeyStoreTest, ChangesMadeTogetherAreWholeAndLoseNothing) {
+  constexpr int kEach = 60;
+  auto increment = [&](FileKeyStore& store) {
+    std::string why;
+    return store.changeTogether(
+        [&] {
+          Key key(store, store.currentUserRoot(), u"Shared");
+          uint32_t now = dword(store, key.get(), u"Count").value_or(0);
+          return setDword(store, key.get(), u"Count", now + 1);
+        },
+        why);
+  };
+  pid_t children[2];
+  for (pid_t& child : children) {
+    child = fork();
+    if (child == 0) {
+      FileKeyStore own(path_);
+      int failed = 0;
+      for (int i = 0; i < kEach; ++i) failed += increment(own) != kKeyOk;
+      _exit(failed);
+    }
+  }
+  FileKeyStore store(path_);
+  for (int i = 0; i < kEach; ++i) EXPECT_EQ(increment(store), kKeyOk);
+  for (pid_t child : children) {
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  }
+  Key key(store, store.currentUserRoot(), u"Shared");
+  EXPECT_EQ(dword(store, key.get(), u"Count"), uint32_t(3 * kEach));
+
+  const std::string before = readFileBytes(dir_.file(u"keystore"));
+  std::string why;
+  EXPECT_EQ(store.changeTogether(
+                [&] {
+                  setDword(store, key.get(), u"Count", 0);
+                  // Nested: part of the same change.
+                  store.changeTogether([&] { return setDword(store, key.get(), u"New", 1); }, why);
+                  EXPECT_EQ(dword(store, key.get(), u"New"), 1u);
+                  return kKeyWriteFault;
+                },
+                why),
+            kKeyWriteFault);
+  EXPECT_EQ(readFileBytes(dir_.file(u"keystore")), before);
+  EXPECT_EQ(dword(store, key.get(), u"Count"), uint32_t(3 * kEach));
+  EXPECT_EQ(dword(store, key.get(), u"New"), std::nullopt);
+}
+
+TEST_F(FileKeyStoreTest, TellsWhetherTheSettingsCanBeReliedOn) {
+  const std::string damaged = "ferrant-keystore 1\n[Software]\n\"A\"=dword:00000001\n\"B\"=dwo";
+  const struct {
+    const char* what;
+    std::optional<std::string> contents;  // none: no file, or a folder
+    bool folder;
+    KeyStoreState::Health health;
+    std::function<std::string(const std::string& path)> message;
+  } cases[] = {
+      {"no file yet", {}, false, KeyStoreState::Usable, [](auto&) { return ""; }},
+      {"a sound file", "ferrant-keystore 1\n", false, KeyStoreState::Usable,
+       [](auto&) { return ""; }},
+      {"a damaged file", damaged, false, KeyStoreState::Damaged,
+       [](const std::string& path) {
+         return "The settings file " + path +
+                " is damaged: 1 unreadable line(s), the first at line 4 (unknown value type). "
+                "It was kept as " +
+                path + ".damaged-1; the readable settings were kept.";
+       }},
+      {"a newer format", "ferrant-keystore 9\n", false, KeyStoreState::Unreadable,
+       [](const std::string& path) {
+         return "The settings file " + path +
+                " is of format 9, newer than this program reads; it is left as it is and no "
+                "setting is saved.";
+       }},
+      {"a folder",
+       {},
+       true,
+       KeyStoreState::Unreadable,
+       [](const std::string& path) {
+         return "Could not read the settings file " + path + ": " +
+                std::generic_category().message(EISDIR);
+       }},
+  };
+  int n = 0;
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    const std::u16string folder = dir_.file(u"case" + std::u16string(1, char16_t(u'0' + n++)));
+    ASSERT_EQ(mkdir(native(folder).c_str(), 0700), 0);
+    const std::u16string file = folder + u"/keystore";
+    const std::string path = native(file);
+    if (c.contents) writeFileBytes(file, *c.contents);
+    if (c.folder) {
+      ASSERT_EQ(mkdir(path.c_str(), 0700), 0);
+    }
+    FileKeyStore store(path);
+    KeyStoreState state = store.checkState();
+    EXPECT_EQ(state.health, c.health);
+    EXPECT_EQ(state.message, c.message(path));
+    // A damage is told for as long as the store lives, though the file was
+    // rewritten clean at once.
+    EXPECT_EQ(store.checkState().health, c.health);
+    if (c.health == KeyStoreState::Damaged) {
+      EXPECT_EQ(readFileBytes(file + u".damaged-1"), damaged);
+      EXPECT_EQ(FileKeyStore(path).checkState().health, KeyStoreState::Usable);
+    }
+    if (c.health == KeyStoreState::Unreadable) {
+      std::string why;
+      EXPECT_NE(store.changeTogether([] { return kKeyOk; }, why), kKeyOk);
+      EXPECT_EQ(why, c.message(path));
+    }
+  }
 }
 
 TEST(FileKeyStorePathTest, FollowsTheEnvironment) {
@@ -437,6 +556,15 @@ TEST(FileKeyStorePathTest, FollowsTheEnvironment) {
   EXPECT_EQ(FileKeyStore::defaultPath(), "/xdg/ferrant/keystore");
   setenv("FERRANT_KEYSTORE", "/elsewhere/settings", 1);
   EXPECT_EQ(FileKeyStore::defaultPath(), "/elsewhere/settings");
+  // Without HOME, the user database's home folder, as for the data folder.
+  unsetenv("FERRANT_KEYSTORE");
+  unsetenv("XDG_CONFIG_HOME");
+  unsetenv("HOME");
+  const struct passwd* user = getpwuid(getuid());
+  ASSERT_NE(user, nullptr);
+  EXPECT_EQ(FileKeyStore::defaultPath(), std::string(user->pw_dir) + "/.config/ferrant/keystore");
+  setenv("HOME", "", 1);
+  EXPECT_EQ(FileKeyStore::defaultPath(), std::string(user->pw_dir) + "/.config/ferrant/keystore");
   for (auto& s : saved) {
     if (s.value) {
       setenv(s.name, s.value->c_str(), 1);

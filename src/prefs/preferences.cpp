@@ -1,7 +1,9 @@
 #include "prefs/preferences.h"
 
 #include <algorithm>
+#include <optional>
 #include <string>
+#include <type_traits>
 
 #include "addin/outlook_app.h"
 #include "core/debug_logger.h"
@@ -34,12 +36,125 @@ std::u16string folderValueName(uint32_t index) {
   return kFolderValue + std::u16string(digits.begin(), digits.end());
 }
 
-void readBool(const RegistryKey& key, const char16_t* name, Setting<bool>& setting) {
-  setting = key.readBool(name, setting);
+enum Section { kMainSection, kCalendarSection, kContactsSection, kEmailSection, kTasksSection };
+
+const std::u16string& sectionPath(Section section) {
+  static const std::u16string paths[] = {kMainKey, kMainKey + kCalendarKey, kMainKey + kContactsKey,
+                                         kMainKey + kEmailKey, kMainKey + kTasksKey};
+  return paths[section];
 }
-void readDword(const RegistryKey& key, const char16_t* name, Setting<uint32_t>& setting) {
-  setting = key.readDword(name, setting);
+
+// Every stored value in the order it is kept: its key, its name (none for a
+// folder list) and how to reach it in a PreferenceValues.
+template <class Visit>
+void forEachStored(Visit&& visit) {
+  visit(
+      kMainSection, u"captureInterval", [](auto& v) -> auto& { return v.captureInterval; });
+  visit(
+      kMainSection, u"autoCaptureInterval", [](auto& v) -> auto& { return v.captureMode; });
+  visit(
+      kCalendarSection, u"captureDaysBefore",
+      [](auto& v) -> auto& { return v.calendar.captureDaysBefore; });
+  visit(
+      kCalendarSection, u"captureDaysAfter",
+      [](auto& v) -> auto& { return v.calendar.captureDaysAfter; });
+  visit(
+      kCalendarSection, u"captureBody", [](auto& v) -> auto& { return v.calendar.captureBody; });
+  visit(
+      kCalendarSection, u"captureOrganizer",
+      [](auto& v) -> auto& { return v.calendar.captureOrganizer; });
+  visit(
+      kCalendarSection, u"captureRequiredAttendees",
+      [](auto& v) -> auto& { return v.calendar.captureRequiredAttendees; });
+  visit(
+      kCalendarSection, u"captureOptionalAttendees",
+      [](auto& v) -> auto& { return v.calendar.captureOptionalAttendees; });
+  visit(
+      kCalendarSection, u"captureBusyStatus",
+      [](auto& v) -> auto& { return v.calendar.captureBusyStatus; });
+  visit(
+      kCalendarSection, u"capturePriority",
+      [](auto& v) -> auto& { return v.calendar.capturePriority; });
+  visit(
+      kCalendarSection, nullptr, [](auto& v) -> auto& { return v.calendar.folders; });
+  visit(
+      kContactsSection, u"captureCellularNumber",
+      [](auto& v) -> auto& { return v.contacts.captureCellularNumber; });
+  visit(
+      kContactsSection, u"capturePagerNumber",
+      [](auto& v) -> auto& { return v.contacts.capturePagerNumber; });
+  visit(
+      kContactsSection, u"captureHomeNumber",
+      [](auto& v) -> auto& { return v.contacts.captureHomeNumber; });
+  visit(
+      kContactsSection, u"captureCompanyName",
+      [](auto& v) -> auto& { return v.contacts.captureCompanyName; });
+  visit(
+      kContactsSection, u"captureBusinessFax",
+      [](auto& v) -> auto& { return v.contacts.captureBusinessFax; });
+  visit(
+      kContactsSection, u"captureBusinessAddress",
+      [](auto& v) -> auto& { return v.contacts.captureBusinessAddress; });
+  visit(
+      kContactsSection, u"captureHomeAddress",
+      [](auto& v) -> auto& { return v.contacts.captureHomeAddress; });
+  visit(
+      kContactsSection, u"captureHomeFax",
+      [](auto& v) -> auto& { return v.contacts.captureHomeFax; });
+  visit(
+      kContactsSection, u"captureNotes", [](auto& v) -> auto& { return v.contacts.captureNotes; });
+  visit(
+      kContactsSection, u"captureTitle", [](auto& v) -> auto& { return v.contacts.captureTitle; });
+  visit(
+      kContactsSection, nullptr, [](auto& v) -> auto& { return v.contacts.folders; });
+  visit(
+      kEmailSection, u"captureEmailCount",
+      [](auto& v) -> auto& { return v.email.captureEmailCount; });
+  visit(
+      kEmailSection, u"captureImportance",
+      [](auto& v) -> auto& { return v.email.captureImportance; });
+  visit(
+      kEmailSection, u"captureFlagStatus",
+      [](auto& v) -> auto& { return v.email.captureFlagStatus; });
+  visit(
+      kEmailSection, u"captureSensitivity",
+      [](auto& v) -> auto& { return v.email.captureSensitivity; });
+  visit(
+      kEmailSection, u"captureFlagRequest",
+      [](auto& v) -> auto& { return v.email.captureFlagRequest; });
+  visit(
+      kEmailSection, u"captureAttachments",
+      [](auto& v) -> auto& { return v.email.captureAttachments; });
+  visit(
+      kEmailSection, nullptr, [](auto& v) -> auto& { return v.email.folders; });
+  visit(
+      kTasksSection, u"maxTaskCapture", [](auto& v) -> auto& { return v.tasks.maxTaskCapture; });
+  visit(
+      kTasksSection, u"captureStatus", [](auto& v) -> auto& { return v.tasks.captureStatus; });
+  visit(
+      kTasksSection, u"capturePriority", [](auto& v) -> auto& { return v.tasks.capturePriority; });
+  visit(
+      kTasksSection, u"captureBody", [](auto& v) -> auto& { return v.tasks.captureBody; });
+  visit(
+      kTasksSection, nullptr, [](auto& v) -> auto& { return v.tasks.folders; });
 }
+
+// The key of one section at a time, each closed before the next is opened.
+class SectionKeys {
+ public:
+  RegistryKey& open(Section section) {
+    if (!key_ || section != section_) {
+      key_.reset();
+      key_.emplace(currentUser(), sectionPath(section));
+      section_ = section;
+    }
+    return *key_;
+  }
+
+ private:
+  std::optional<RegistryKey> key_;
+  Section section_ = kMainSection;
+};
 
 // The default store's folder whose identifier `find` gives, with the store's
 // identifier; empty when the store cannot be opened.
@@ -54,6 +169,19 @@ OutlookFolder defaultFolder(Find find) {
   if (FAILED(OutlookUtils::getMsgStore(session, folder.storeId, store))) return {};
   folder.folderId = find(store.get());
   return folder;
+}
+
+OutlookFolder defaultFolderOf(Section section) {
+  switch (section) {
+    case kCalendarSection:
+      return defaultFolder(OutlookUtils::getMAPIDefaultCalendarFolderEntryId);
+    case kContactsSection:
+      return defaultFolder(OutlookUtils::getMAPIDefaultContactsFolderEntryId);
+    case kTasksSection:
+      return defaultFolder(OutlookUtils::getMAPIDefaultTasksFolderEntryId);
+    default:
+      return {};  // mail folders have none: a first start captures no mail
+  }
 }
 
 void putLength(std::vector<uint8_t>& out, size_t length) {
@@ -77,124 +205,98 @@ Preferences& Preferences::instance() {
 
 void Preferences::loadCalendarWindow() {
   PIM_ENTRY("PIM::Preferences::loadCalendarWindow");
-  RegistryKey key(currentUser(), kMainKey + kCalendarKey);
-  readDword(key, u"captureDaysBefore", calendar.captureDaysBefore);
-  readDword(key, u"captureDaysAfter", calendar.captureDaysAfter);
+  const CalendarSettings defaults;
+  RegistryKey key(currentUser(), sectionPath(kCalendarSection));
+  calendar.captureDaysBefore = key.readDword(u"captureDaysBefore", defaults.captureDaysBefore);
+  calendar.captureDaysAfter = key.readDword(u"captureDaysAfter", defaults.captureDaysAfter);
+}
+
+void Preferences::readValues(PreferenceValues& values) {
+  PIM_ENTRY("PIM::Preferences::readValues");
+  // Missing values keep the defaults `values` starts with, whatever was held
+  // in memory before.
+  values = PreferenceValues();
+  SectionKeys keys;
+  forEachStored([&](Section section, const char16_t* name, auto reach) {
+    RegistryKey& key = keys.open(section);
+    auto& value = reach(values);
+    using Value = std::decay_t<decltype(value)>;
+    if constexpr (std::is_same_v<Value, Setting<bool>>) {
+      value = key.readBool(name, value);
+    } else if constexpr (std::is_same_v<Value, Setting<uint32_t>>) {
+      value = key.readDword(name, value);
+    } else {
+      loadFolders(key, value, defaultFolderOf(section));
+    }
+  });
+  if (values.captureMode >= 3) {
+    PIM_LOG_ERR("Assertion failed");
+    values.captureMode = CaptureAutomatic;
+  }
+}
+
+bool Preferences::writeValues(const PreferenceValues& values, const PreferenceValues* before) {
+  PIM_ENTRY("PIM::Preferences::writeValues");
+  bool written = true;
+  SectionKeys keys;
+  forEachStored([&](Section section, const char16_t* name, auto reach) {
+    const auto& value = reach(values);
+    using Value = std::decay_t<decltype(value)>;
+    if constexpr (std::is_same_v<Value, std::vector<OutlookFolder>>) {
+      if (before && reach(*before) == value) return;
+      written &= saveFolders(keys.open(section), value);
+    } else {
+      if (before && reach(*before).get() == value.get()) return;
+      if constexpr (std::is_same_v<Value, Setting<bool>>) {
+        written &= keys.open(section).writeBool(name, value);
+      } else {
+        written &= keys.open(section).writeDword(name, value);
+      }
+    }
+  });
+  return written;
 }
 
 void Preferences::load() {
   PIM_ENTRY("PIM::Preferences::load");
-  {
-    RegistryKey key(currentUser(), kMainKey);
-    readDword(key, u"captureInterval", captureInterval);
-    readDword(key, u"autoCaptureInterval", captureMode);
-    if (captureMode >= 3) {
-      PIM_LOG_ERR("Assertion failed");
-      captureMode = CaptureAutomatic;
-    }
-  }
-  {
-    RegistryKey key(currentUser(), kMainKey + kCalendarKey);
-    readDword(key, u"captureDaysBefore", calendar.captureDaysBefore);
-    readDword(key, u"captureDaysAfter", calendar.captureDaysAfter);
-    readBool(key, u"captureBody", calendar.captureBody);
-    readBool(key, u"captureOrganizer", calendar.captureOrganizer);
-    readBool(key, u"captureRequiredAttendees", calendar.captureRequiredAttendees);
-    readBool(key, u"captureOptionalAttendees", calendar.captureOptionalAttendees);
-    readBool(key, u"captureBusyStatus", calendar.captureBusyStatus);
-    readBool(key, u"capturePriority", calendar.capturePriority);
-    loadFolders(key, calendar.folders,
-                defaultFolder(OutlookUtils::getMAPIDefaultCalendarFolderEntryId));
-  }
-  {
-    RegistryKey key(currentUser(), kMainKey + kContactsKey);
-    readBool(key, u"captureCellularNumber", contacts.captureCellularNumber);
-    readBool(key, u"capturePagerNumber", contacts.capturePagerNumber);
-    readBool(key, u"captureHomeNumber", contacts.captureHomeNumber);
-    readBool(key, u"captureCompanyName", contacts.captureCompanyName);
-    readBool(key, u"captureBusinessFax", contacts.captureBusinessFax);
-    readBool(key, u"captureBusinessAddress", contacts.captureBusinessAddress);
-    readBool(key, u"captureHomeAddress", contacts.captureHomeAddress);
-    readBool(key, u"captureHomeFax", contacts.captureHomeFax);
-    readBool(key, u"captureNotes", contacts.captureNotes);
-    readBool(key, u"captureTitle", contacts.captureTitle);
-    loadFolders(key, contacts.folders,
-                defaultFolder(OutlookUtils::getMAPIDefaultContactsFolderEntryId));
-  }
-  {
-    RegistryKey key(currentUser(), kMainKey + kEmailKey);
-    readDword(key, u"captureEmailCount", email.captureEmailCount);
-    readBool(key, u"captureImportance", email.captureImportance);
-    readBool(key, u"captureFlagStatus", email.captureFlagStatus);
-    readBool(key, u"captureSensitivity", email.captureSensitivity);
-    readBool(key, u"captureFlagRequest", email.captureFlagRequest);
-    readBool(key, u"captureAttachments", email.captureAttachments);
-    // Mail folders have no default: a first start captures no mail.
-    loadFolders(key, email.folders, OutlookFolder());
-  }
-  {
-    RegistryKey key(currentUser(), kMainKey + kTasksKey);
-    readDword(key, u"maxTaskCapture", tasks.maxTaskCapture);
-    readBool(key, u"captureStatus", tasks.captureStatus);
-    readBool(key, u"capturePriority", tasks.capturePriority);
-    readBool(key, u"captureBody", tasks.captureBody);
-    loadFolders(key, tasks.folders, defaultFolder(OutlookUtils::getMAPIDefaultTasksFolderEntryId));
-  }
+  read();
   save();
+}
+
+void Preferences::read() {
+  PIM_ENTRY("PIM::Preferences::read");
+  PreferenceValues values;
+  readValues(values);
+  static_cast<PreferenceValues&>(*this) = values;
 }
 
 void Preferences::save() {
   PIM_ENTRY("PIM::Preferences::save");
-  {
-    RegistryKey key(currentUser(), kMainKey);
-    key.writeDword(u"captureInterval", captureInterval);
-    key.writeDword(u"autoCaptureInterval", captureMode);
-  }
-  {
-    RegistryKey key(currentUser(), kMainKey + kCalendarKey);
-    key.writeDword(u"captureDaysBefore", calendar.captureDaysBefore);
-    key.writeDword(u"captureDaysAfter", calendar.captureDaysAfter);
-    key.writeBool(u"captureBody", calendar.captureBody);
-    key.writeBool(u"captureOrganizer", calendar.captureOrganizer);
-    key.writeBool(u"captureRequiredAttendees", calendar.captureRequiredAttendees);
-    key.writeBool(u"captureOptionalAttendees", calendar.captureOptionalAttendees);
-    key.writeBool(u"captureBusyStatus", calendar.captureBusyStatus);
-    key.writeBool(u"capturePriority", calendar.capturePriority);
-    saveFolders(key, calendar.folders);
-  }
-  {
-    RegistryKey key(currentUser(), kMainKey + kContactsKey);
-    key.writeBool(u"captureCellularNumber", contacts.captureCellularNumber);
-    key.writeBool(u"capturePagerNumber", contacts.capturePagerNumber);
-    key.writeBool(u"captureHomeNumber", contacts.captureHomeNumber);
-    key.writeBool(u"captureCompanyName", contacts.captureCompanyName);
-    key.writeBool(u"captureBusinessFax", contacts.captureBusinessFax);
-    key.writeBool(u"captureBusinessAddress", contacts.captureBusinessAddress);
-    key.writeBool(u"captureHomeAddress", contacts.captureHomeAddress);
-    key.writeBool(u"captureHomeFax", contacts.captureHomeFax);
-    key.writeBool(u"captureNotes", contacts.captureNotes);
-    key.writeBool(u"captureTitle", contacts.captureTitle);
-    saveFolders(key, contacts.folders);
-  }
-  {
-    RegistryKey key(currentUser(), kMainKey + kEmailKey);
-    key.writeDword(u"captureEmailCount", email.captureEmailCount);
-    key.writeBool(u"captureImportance", email.captureImportance);
-    key.writeBool(u"captureFlagStatus", email.captureFlagStatus);
-    key.writeBool(u"captureSensitivity", email.captureSensitivity);
-    key.writeBool(u"captureFlagRequest", email.captureFlagRequest);
-    key.writeBool(u"captureAttachments", email.captureAttachments);
-    saveFolders(key, email.folders);
-  }
-  {
-    RegistryKey key(currentUser(), kMainKey + kTasksKey);
-    key.writeDword(u"maxTaskCapture", tasks.maxTaskCapture);
-    key.writeBool(u"captureStatus", tasks.captureStatus);
-    key.writeBool(u"capturePriority", tasks.capturePriority);
-    key.writeBool(u"captureBody", tasks.captureBody);
-    saveFolders(key, tasks.folders);
-  }
+  writeValues(*this, nullptr);
   notifyListeners();
+}
+
+bool Preferences::change(const std::function<bool(PreferenceValues&)>& edit, std::string& why) {
+  PIM_ENTRY("PIM::Preferences::change");
+  PreferenceValues values;
+  bool edited = false;
+  const long result = env()->keyStore().changeTogether(
+      [&] {
+        readValues(values);
+        const PreferenceValues before = values;
+        edited = edit(values);
+        if (!edited) return kKeyOk;
+        return writeValues(values, &before) ? kKeyOk : kKeyWriteFault;
+      },
+      why);
+  if (result != kKeyOk) {
+    if (why.empty())
+      why = "the settings could not be written (error " + std::to_string(result) + ")";
+    return false;
+  }
+  static_cast<PreferenceValues&>(*this) = values;
+  if (edited) notifyListeners();
+  return true;
 }
 
 void Preferences::addListener(IPreferencesListener* listener) {
@@ -269,11 +371,12 @@ void Preferences::loadFolders(const RegistryKey& key, std::vector<OutlookFolder>
   }
 }
 
-void Preferences::saveFolders(RegistryKey& key, const std::vector<OutlookFolder>& folders) {
+bool Preferences::saveFolders(RegistryKey& key, const std::vector<OutlookFolder>& folders) {
   PIM_ENTRY("PIM::Preferences::saveFolders");
-  key.writeDword(kFolderCount, static_cast<uint32_t>(folders.size()));
+  bool written = key.writeDword(kFolderCount, static_cast<uint32_t>(folders.size()));
   for (size_t i = 0; i < folders.size(); ++i)
-    key.writeBinary(folderValueName(static_cast<uint32_t>(i)), toKeyData(folders[i]));
+    written &= key.writeBinary(folderValueName(static_cast<uint32_t>(i)), toKeyData(folders[i]));
+  return written;
 }
 
 }  // namespace PIM

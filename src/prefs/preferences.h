@@ -9,6 +9,8 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
+#include <string>
 #include <vector>
 
 #include "mapi/entry_id.h"
@@ -111,8 +113,17 @@ class Preferences : public PreferenceValues {
   // contacts and task folders of the default store for a list never saved),
   // then saves, so that the store holds every value afterwards.
   void load();
+  // Reads every value as load does, and writes nothing.
+  void read();
   // Writes every value, then tells the listeners.
   void save();
+  // For a process that changes settings while others may run: under the
+  // store's lock, reads every value again, lets `edit` change them and writes
+  // only the values it changed, so that changes made meanwhile elsewhere are
+  // kept. `edit` returns false to write nothing. Listeners are told of an
+  // edit. False, with the reason in `why`, when the store could not be read
+  // or written; nothing is kept then where the store can undo it.
+  bool change(const std::function<bool(PreferenceValues&)>& edit, std::string& why);
   // Reads only the calendar's days before and after, and writes nothing: for
   // tools that decode a recurrence as a capture would but have no store
   // session to find default folders with (a load would save empty lists).
@@ -139,10 +150,15 @@ class Preferences : public PreferenceValues {
   // ever saved, else the saved folders that can be read, each once.
   static void loadFolders(const RegistryKey& key, std::vector<OutlookFolder>& folders,
                           const OutlookFolder& defaultFolder);
-  static void saveFolders(RegistryKey& key, const std::vector<OutlookFolder>& folders);
+  static bool saveFolders(RegistryKey& key, const std::vector<OutlookFolder>& folders);
 
  private:
   Preferences() = default;
+
+  static void readValues(PreferenceValues& values);
+  // Every value, or with `before` only those that differ from it; false when
+  // a write failed.
+  static bool writeValues(const PreferenceValues& values, const PreferenceValues* before);
 
   std::vector<IPreferencesListener*> listeners_;
 };

@@ -46,11 +46,13 @@ class PreferencesTest : public store::testing::StoreTest {
     return RegistryKey(env()->keyStore().currentUserRoot(), u"Software\\Corvel\\CVTK" + below);
   }
 
-  // The store's text without its heading and comments, long values on one
-  // line.
+  // The store's text without its heading, comments and closing line, long
+  // values on one line.
   static std::string values(const std::string& text) {
     std::string out = text.substr(text.find("\n[") + 1);
     for (size_t at; (at = out.find(",\\\n  ")) != std::string::npos;) out.replace(at, 5, ",");
+    const std::string closing = "\n; end of settings\n";
+    if (out.ends_with(closing)) out.resize(out.size() - closing.size());
     return out;
   }
 
@@ -205,6 +207,119 @@ TEST_F(PreferencesTest, NoSessionMeansNoDefaultFolders) {
   prefs().load();
   EXPECT_TRUE(prefs().calendar.folders.empty());
   EXPECT_EQ(key(u"\\Calendar").readDword(u"captureFolderCount", 99), 0u);
+}
+
+TEST_F(PreferencesTest, MissingValuesLoadAsDefaultsWhateverWasInMemory) {
+  const PreferenceValues defaults;
+  const OutlookFolder stray = {EntryId(std::vector<uint8_t>{1}), EntryId(std::vector<uint8_t>{2})};
+  auto scribble = [&] {
+    prefs().captureInterval = 77;
+    prefs().captureMode = CaptureManual;
+    prefs().calendar.captureDaysBefore = 3;
+    prefs().calendar.captureDaysAfter = 4;
+    prefs().calendar.captureBody = false;
+    prefs().contacts.captureTitle = false;
+    prefs().tasks.maxTaskCapture = 9;
+    prefs().email.folders = {stray};
+    prefs().calendar.folders = {stray};
+  };
+  scribble();
+  prefs().loadCalendarWindow();
+  EXPECT_EQ(prefs().calendar.captureDaysBefore, defaults.calendar.captureDaysBefore);
+  EXPECT_EQ(prefs().calendar.captureDaysAfter, defaults.calendar.captureDaysAfter);
+
+  key(u"\\Email").writeDword(u"captureEmailCount", 7);
+  scribble();
+  prefs().load();
+  EXPECT_EQ(prefs().captureInterval, defaults.captureInterval);
+  EXPECT_EQ(prefs().captureMode, defaults.captureMode);
+  EXPECT_EQ(prefs().calendar.captureDaysBefore, defaults.calendar.captureDaysBefore);
+  EXPECT_TRUE(prefs().calendar.captureBody);
+  EXPECT_TRUE(prefs().contacts.captureTitle);
+  EXPECT_EQ(prefs().tasks.maxTaskCapture, defaults.tasks.maxTaskCapture);
+  EXPECT_EQ(prefs().email.captureEmailCount, 7u);
+  EXPECT_TRUE(prefs().email.folders.empty());
+  EXPECT_EQ(prefs().calendar.folders, std::vector<OutlookFolder>{defaultFolder("calendar")});
+}
+
+TEST_F(PreferencesTest, ReadingWritesNothing) {
+  prefs().read();
+  EXPECT_EQ(prefs().calendar.folders, std::vector<OutlookFolder>{defaultFolder("calendar")});
+  // Opening the keys may create them, as the registry does, but no value is
+  // written.
+  EXPECT_EQ(values(keys_.store().text()).find('='), std::string::npos);
+}
+
+// A change re-reads the store, so that what another process saved since this
+// one read is kept, and writes only what the edit changed.
+TEST_F(PreferencesTest, AChangeWritesOnlyWhatItEdits) {
+  prefs().read();  // then another process changes two values
+  {
+    RegistryKey main = key();
+    main.writeDword(u"captureInterval", 46);
+    RegistryKey calendar = key(u"\\Calendar");
+    calendar.writeDword(u"captureDaysAfter", 143);
+  }
+  const std::string before = keys_.store().text();
+  std::string why;
+  int calls = 0;
+  ASSERT_TRUE(prefs().change(
+      [&](PreferenceValues& values) {
+        ++calls;
+        EXPECT_EQ(values.captureInterval, 46u);
+        values.calendar.captureDaysBefore = 12;
+        return true;
+      },
+      why));
+  EXPECT_EQ(calls, 1);
+  EXPECT_EQ(prefs().captureInterval, 46u);
+  EXPECT_EQ(prefs().calendar.captureDaysAfter, 143u);
+  EXPECT_EQ(prefs().calendar.captureDaysBefore, 12u);
+  EXPECT_EQ(values(keys_.store().text()),
+            "[Software]\n\n[Software\\Corvel]\n\n[Software\\Corvel\\CVTK]\n"
+            "\"captureInterval\"=dword:0000002e\n"
+            "\n[Software\\Corvel\\CVTK\\Calendar]\n"
+            "\"captureDaysAfter\"=dword:0000008f\n"
+            "\"captureDaysBefore\"=dword:0000000c\n"
+            "\n[Software\\Corvel\\CVTK\\Contacts]\n"
+            "\n[Software\\Corvel\\CVTK\\Email]\n"
+            "\n[Software\\Corvel\\CVTK\\Tasks]\n");
+
+  // A folder list is written whole, and only its kind's.
+  const OutlookFolder a = defaultFolder("calendar");
+  ASSERT_TRUE(prefs().change(
+      [&](PreferenceValues& values) {
+        values.email.folders.push_back(a);
+        return true;
+      },
+      why));
+  EXPECT_EQ(key(u"\\Email").readDword(u"captureFolderCount", 99), 1u);
+  EXPECT_EQ(key(u"\\Calendar").readDword(u"captureFolderCount", 99), 99u);
+  EXPECT_EQ(key(u"\\Email").readDword(u"captureEmailCount", 99), 99u);
+
+  // An edit that gives up writes nothing.
+  const std::string kept = keys_.store().text();
+  ASSERT_TRUE(prefs().change(
+      [&](PreferenceValues& values) {
+        values.captureInterval = 5;
+        return false;
+      },
+      why));
+  EXPECT_EQ(keys_.store().text(), kept);
+  EXPECT_NE(before, kept);
+}
+
+TEST_F(PreferencesTest, AChangeThatCannotBeWrittenSaysSo) {
+  keys_.store().refuseWrites(kKeyAccessDenied);
+  std::string why;
+  EXPECT_FALSE(prefs().change(
+      [](PreferenceValues& values) {
+        values.captureInterval = 5;
+        return true;
+      },
+      why));
+  EXPECT_NE(why, "");
+  EXPECT_EQ(prefs().captureInterval, 15u);
 }
 
 TEST(PreferencesListeners, ToldInOrderAndKeptOnce) {

@@ -35,6 +35,7 @@ long MemoryKeyStore::queryValue(KeyHandle key, const std::u16string& name, Value
 long MemoryKeyStore::setValue(KeyHandle key, const std::u16string& name, ValueType type,
                               const uint8_t* data, uint32_t size) {
   if (!key) return kKeyInvalidHandle;
+  if (refusal_ != kKeyOk) return refusal_;
   node(key)->setValue(
       name, static_cast<uint32_t>(type),
       size ? std::string(reinterpret_cast<const char*>(data), size) : std::string());

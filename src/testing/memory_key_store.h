@@ -27,9 +27,12 @@ class MemoryKeyStore : public KeyStore {
 
   // The whole store in the settings file's text form, for comparisons.
   std::string text() const { return keyfile::storeText(root_); }
+  // From now on every value written fails with `result` (kKeyOk: none).
+  void refuseWrites(long result) { refusal_ = result; }
 
  private:
   keyfile::KeyNode root_;
+  long refusal_ = kKeyOk;
 };
 
 class MemoryKeyStoreEnv : public EnvWrapper {

@@ -45,7 +45,8 @@ class FileKeyStore final : public KeyStore {
   FileKeyStore& operator=(const FileKeyStore&) = delete;
 
   // $FERRANT_KEYSTORE when set, else "ferrant/keystore" in $XDG_CONFIG_HOME
-  // or ~/.config.
+  // or ~/.config; without $HOME the user database's home folder is used, as
+  // for the data and logs folders.
   static std::string defaultPath();
   const std::string& path() const { return path_; }
 
@@ -58,6 +59,8 @@ class FileKeyStore final : public KeyStore {
                 uint32_t size) override;
   long deleteTree(KeyHandle parent, const std::u16string& path) override;
   std::vector<std::string> takeDiagnostics() override;
+  KeyStoreState checkState() override;
+  long changeTogether(const std::function<long()>& body, std::string& why) override;
 
   // Tests: called while a change is written, after the first half of the new
   // text (PartWritten) and just before the rename (Written), so that a test
@@ -71,10 +74,16 @@ class FileKeyStore final : public KeyStore {
   };
   using Change = std::function<long(keyfile::KeyNode& root, bool& changed)>;
   using Look = std::function<long(const keyfile::KeyNode& root)>;
+  class FileLock;
+  // A change under way: the file locked and its settings as read under the
+  // lock, changed in memory and written once at the end.
+  struct Held;
 
   const OpenKey* find(KeyHandle key) const;
   long read(const Look& look);
   long change(const Change& change);
+  long hold(std::unique_ptr<Held>& held);
+  long finish(Held& held);
   long load(keyfile::KeyNode& root, bool locked, bool& writable);
   long recover(const std::string& text, keyfile::KeyNode& root, bool& writable, size_t problems,
                size_t firstLine, const std::string& firstReason);
@@ -84,13 +93,17 @@ class FileKeyStore final : public KeyStore {
 
   // mutex_ guards every member below and keeps this process's operations on
   // the file one at a time; the file lock orders them with other processes.
-  // Always taken before the file lock.
-  std::mutex mutex_;
+  // Always taken before the file lock. Recursive, as the body of
+  // changeTogether calls the other methods.
+  std::recursive_mutex mutex_;
   const std::string path_;
   OpenKey root_;
   std::map<const void*, std::unique_ptr<OpenKey>> open_;
   std::vector<std::string> diagnostics_;
   std::string lastNote_;
+  std::string problem_;  // the last problem noted, for the caller's message
+  std::string damage_;   // the last damage met, until the store is dropped
+  std::unique_ptr<Held> held_;
   std::function<void(SaveStage)> saveHook_;
 };
 

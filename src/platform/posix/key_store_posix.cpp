@@ -26,7 +26,8 @@ namespace {
 constexpr size_t kMaxFileBytes = 64u << 20;
 constexpr int kMaxDamagedCopies = 1000;
 constexpr const char* kNoPlace =
-    "No place for the settings file: neither FERRANT_KEYSTORE nor HOME is set.";
+    "No place for the settings file: neither FERRANT_KEYSTORE nor HOME is set, and the user "
+    "database gives no home folder.";
 
 class Descriptor {
  public:
@@ -156,8 +157,10 @@ std::string absolutePath(std::string path) {
   return std::string(cwd) + '/' + path;
 }
 
+}  // namespace
+
 // Holds the advisory lock on "<file>.lock" while it lives.
-class FileLock {
+class FileKeyStore::FileLock {
  public:
   explicit FileLock(const std::string& path)
       : fd_(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600)) {
@@ -179,7 +182,12 @@ class FileLock {
   int error_ = 0;
 };
 
-}  // namespace
+struct FileKeyStore::Held {
+  explicit Held(const std::string& lockPath) : lock(lockPath) {}
+  FileLock lock;
+  KeyNode root;
+  bool changed = false;
+};
 
 FileKeyStore::FileKeyStore(std::string path) : path_(absolutePath(std::move(path))) {}
 
@@ -194,13 +202,16 @@ std::string FileKeyStore::defaultPath() {
   if (const char* variable = std::getenv("HOME"); variable && variable[0]) {
     home = variable;
   } else {
+    long hint = sysconf(_SC_GETPW_R_SIZE_MAX);
+    std::vector<char> buffer(hint > 0 ? size_t(hint) : 4096);
     struct passwd entry;
     struct passwd* found = nullptr;
-    char buffer[4096];
-    if (getpwuid_r(getuid(), &entry, buffer, sizeof buffer, &found) == 0 && found &&
-        found->pw_dir) {
-      home = found->pw_dir;
+    int error;
+    while ((error = getpwuid_r(getuid(), &entry, buffer.data(), buffer.size(), &found)) == ERANGE &&
+           buffer.size() < (1u << 20)) {
+      buffer.resize(buffer.size() * 2);
     }
+    if (error == 0 && found && found->pw_dir && found->pw_dir[0] == '/') home = found->pw_dir;
   }
   return home.empty() ? std::string() : home + "/.config/ferrant/keystore";
 }
@@ -216,7 +227,7 @@ const FileKeyStore::OpenKey* FileKeyStore::find(KeyHandle key) const {
 long FileKeyStore::createKey(KeyHandle parent, const std::u16string& name, KeyHandle* out) {
   if (!out) return kKeyInvalidParameter;
   *out = nullptr;
-  std::lock_guard<std::mutex> guard(mutex_);
+  std::lock_guard<std::recursive_mutex> guard(mutex_);
   const OpenKey* base = find(parent);
   if (!base) return kKeyInvalidHandle;
   std::vector<std::u16string> names;
@@ -252,14 +263,14 @@ long FileKeyStore::createKey(KeyHandle parent, const std::u16string& name, KeyHa
 }
 
 void FileKeyStore::closeKey(KeyHandle key) {
-  std::lock_guard<std::mutex> guard(mutex_);
+  std::lock_guard<std::recursive_mutex> guard(mutex_);
   open_.erase(key);  // the root and unknown handles are not in the map
 }
 
 long FileKeyStore::queryValue(KeyHandle key, const std::u16string& name, ValueType* type,
                               uint8_t* data, uint32_t* size) {
   if (data && !size) return kKeyInvalidParameter;
-  std::lock_guard<std::mutex> guard(mutex_);
+  std::lock_guard<std::recursive_mutex> guard(mutex_);
   const OpenKey* open = find(key);
   if (!open) return kKeyInvalidHandle;
   return read([&](const KeyNode& root) {
@@ -284,7 +295,7 @@ long FileKeyStore::queryValue(KeyHandle key, const std::u16string& name, ValueTy
 long FileKeyStore::setValue(KeyHandle key, const std::u16string& name, ValueType type,
                             const uint8_t* data, uint32_t size) {
   if ((!data && size > 0) || name.size() > kMaxValueNameUnits) return kKeyInvalidParameter;
-  std::lock_guard<std::mutex> guard(mutex_);
+  std::lock_guard<std::recursive_mutex> guard(mutex_);
   const OpenKey* open = find(key);
   if (!open) return kKeyInvalidHandle;
   std::string bytes(reinterpret_cast<const char*>(data), size);
@@ -297,7 +308,7 @@ long FileKeyStore::setValue(KeyHandle key, const std::u16string& name, ValueType
 }
 
 long FileKeyStore::deleteTree(KeyHandle parent, const std::u16string& path) {
-  std::lock_guard<std::mutex> guard(mutex_);
+  std::lock_guard<std::recursive_mutex> guard(mutex_);
   const OpenKey* base = find(parent);
   if (!base) return kKeyInvalidHandle;
   std::vector<std::u16string> names;
@@ -321,16 +332,17 @@ long FileKeyStore::deleteTree(KeyHandle parent, const std::u16string& path) {
 }
 
 std::vector<std::string> FileKeyStore::takeDiagnostics() {
-  std::lock_guard<std::mutex> guard(mutex_);
+  std::lock_guard<std::recursive_mutex> guard(mutex_);
   return std::exchange(diagnostics_, {});
 }
 
 void FileKeyStore::setSaveHookForTesting(std::function<void(SaveStage)> hook) {
-  std::lock_guard<std::mutex> guard(mutex_);
+  std::lock_guard<std::recursive_mutex> guard(mutex_);
   saveHook_ = std::move(hook);
 }
 
 void FileKeyStore::note(const std::string& message) {
+  problem_ = message;
   // A problem that lasts (no home folder, a file of a newer format) is
   // reported once, not at every call.
   if (message == lastNote_) return;
@@ -356,6 +368,7 @@ std::string FileKeyStore::targetPath() const {
 }
 
 long FileKeyStore::read(const Look& look) {
+  if (held_) return look(held_->root);
   KeyNode root;
   bool writable = true;
   long result = load(root, false, writable);
@@ -363,6 +376,21 @@ long FileKeyStore::read(const Look& look) {
 }
 
 long FileKeyStore::change(const Change& apply) {
+  if (held_) {
+    bool changed = false;
+    long result = apply(held_->root, changed);
+    held_->changed |= changed;
+    return result;
+  }
+  std::unique_ptr<Held> held;
+  long result = hold(held);
+  if (result != kKeyOk) return result;
+  result = apply(held->root, held->changed);
+  return result != kKeyOk ? result : finish(*held);
+}
+
+// Locks the file and reads it under the lock.
+long FileKeyStore::hold(std::unique_ptr<Held>& held) {
   if (path_.empty()) {
     note(kNoPlace);
     return kKeyAccessDenied;
@@ -372,19 +400,51 @@ long FileKeyStore::change(const Change& apply) {
     note("Could not create the folder of the settings file " + path_ + ": " + describe(error));
     return failureCode(error);
   }
-  FileLock lock(path_ + ".lock");
-  if (lock.error()) {
-    note("Could not lock the settings file " + path_ + ": " + describe(lock.error()));
-    return failureCode(lock.error());
+  held = std::make_unique<Held>(path_ + ".lock");
+  if (int error = held->lock.error()) {
+    note("Could not lock the settings file " + path_ + ": " + describe(error));
+    return failureCode(error);
   }
-  KeyNode root;
   bool writable = true;
-  long result = load(root, true, writable);
+  long result = load(held->root, true, writable);
   if (result != kKeyOk) return result;
-  if (!writable) return kKeyAccessDenied;
-  bool changed = false;
-  result = apply(root, changed);
-  return result != kKeyOk || !changed ? result : save(root);
+  return writable ? kKeyOk : kKeyAccessDenied;
+}
+
+long FileKeyStore::finish(Held& held) { return held.changed ? save(held.root) : kKeyOk; }
+
+long FileKeyStore::changeTogether(const std::function<long()>& body, std::string& why) {
+  std::lock_guard<std::recursive_mutex> guard(mutex_);
+  if (held_) return body();  // already inside one
+  problem_.clear();
+  long result = hold(held_);
+  if (result == kKeyOk) {
+    // The lock is given back however the body ends.
+    struct Release {
+      std::unique_ptr<Held>& held;
+      ~Release() { held.reset(); }
+    } release{held_};
+    result = body();
+    if (result == kKeyOk) result = finish(*held_);
+  } else {
+    held_.reset();
+  }
+  if (result != kKeyOk) why = problem_;
+  return result;
+}
+
+KeyStoreState FileKeyStore::checkState() {
+  std::lock_guard<std::recursive_mutex> guard(mutex_);
+  if (!held_) {
+    KeyNode root;
+    bool writable = true;
+    problem_.clear();
+    if (load(root, false, writable) != kKeyOk) {
+      return {KeyStoreState::Unreadable, problem_};
+    }
+  }
+  if (!damage_.empty()) return {KeyStoreState::Damaged, damage_};
+  return {};
 }
 
 long FileKeyStore::load(KeyNode& root, bool locked, bool& writable) {
@@ -412,14 +472,13 @@ long FileKeyStore::load(KeyNode& root, bool locked, bool& writable) {
     root = std::move(parsed.root);
     return kKeyOk;
   }
+  int lockError = 0;
   if (!locked) {
     // Mending writes, so it happens under the lock, on the file as it is
     // then: another process may have mended it meanwhile.
     FileLock lock(path_ + ".lock");
     if (!lock.error()) return load(root, true, writable);
-    root = std::move(parsed.root);
-    writable = false;
-    return kKeyOk;
+    lockError = lock.error();
   }
 
   // A damaged file is neither refused nor thrown away. Refusing it would
@@ -437,20 +496,22 @@ long FileKeyStore::load(KeyNode& root, bool locked, bool& writable) {
                        " (" + first.reason + ").";
   std::string target = targetPath();
   std::string copy;
-  int error = EEXIST;
+  int error = locked ? EEXIST : lockError;
   for (int n = 1; n <= kMaxDamagedCopies && error == EEXIST; ++n) {
     copy = target + ".damaged-" + std::to_string(n);
     error = writeNewFile(copy, text);
   }
   if (error) {
     writable = false;
-    note(damage + " No copy of it could be kept (" + describe(error) +
-         "), so it is left as it is and no setting is saved.");
+    damage_ = damage + " No copy of it could be kept (" + describe(error) +
+              "), so it is left as it is and no setting is saved.";
+    note(damage_);
     return kKeyOk;
   }
   long saved = save(root);
-  note(damage + " It was kept as " + copy + "; the readable settings were kept" +
-       (saved == kKeyOk ? "." : ", but the file could not be rewritten."));
+  damage_ = damage + " It was kept as " + copy + "; the readable settings were kept" +
+            (saved == kKeyOk ? "." : ", but the file could not be rewritten.");
+  note(damage_);
   return kKeyOk;
 }
 
