@@ -10,6 +10,7 @@
 #include "app/exit_codes.h"
 #include "app/interrupt.h"
 #include "app/prefs_command.h"
+#include "app/settings_check.h"
 #include "app/store_session.h"
 #include "core/debug_logger.h"
 #include "core/resource_loader.h"
@@ -72,6 +73,7 @@ int withStore(int argc, char** argv, Command command) {
       return command(static_cast<int>(options.rest.size()), options.rest.data(), none);
     }
   }
+  if (!PIM::settingsUsable(std::cerr)) return PIM::kExitStore;
   if (!options.dataDir.empty()) PIM::setDataFolder(PIM::fromUtf8(options.dataDir));
   const std::u16string path =
       options.store.empty() ? PIM::StoreSession::defaultStorePath() : PIM::fromUtf8(options.store);

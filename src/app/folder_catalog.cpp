@@ -31,15 +31,22 @@ FolderCatalog::FolderCatalog(IMAPISession* session) {
     ComPtr<IMAPITable> stores;
     if (FAILED(session->GetMsgStoresTable(0, stores.put()))) return;
     MAPITable table(stores.get());
-    if (FAILED(table.setColumns({PR_DISPLAY_NAME_W, PR_ENTRYID}))) return;
+    if (FAILED(table.setColumns({PR_DISPLAY_NAME_W, PR_ENTRYID, PR_DEFAULT_STORE}))) return;
     while (MAPIProperties* row = table.getNextRow()) {
       std::u16string name;
       EntryId storeId;
+      bool isDefault = false;
       row->getWstring(PR_DISPLAY_NAME_W, name);
+      row->getBool(PR_DEFAULT_STORE, isDefault);
       if (row->getEntryId(PR_ENTRYID, storeId) != S_OK) continue;
       ComPtr<IMsgStore> store;
       if (FAILED(OutlookUtils::getMsgStore(session, storeId, store))) continue;
-      addTree(store.get(), storeId, name);
+      EntryId inboxId;
+      if (isDefault) {
+        inboxId = OutlookUtils::getMAPIInboxFolderEntryId(store.get());
+        inboxId.convertToLongTerm(store.get());
+      }
+      addTree(store.get(), storeId, name, inboxId);
     }
   } catch (const std::exception& e) {
     PIM_LOG_ERR("Could not list the folders: " << e.what());
@@ -47,7 +54,7 @@ FolderCatalog::FolderCatalog(IMAPISession* session) {
 }
 
 void FolderCatalog::addTree(IMsgStore* store, const EntryId& storeId,
-                            const std::u16string& storeName) {
+                            const std::u16string& storeName, const EntryId& inboxId) {
   PIM_ENTRY("PIM::FolderCatalog::addTree");
   ComPtr<IMAPIFolder> top;
   const EntryId subtree = OutlookUtils::getEntryId(store, PR_IPM_SUBTREE_ENTRYID);
@@ -61,7 +68,8 @@ void FolderCatalog::addTree(IMsgStore* store, const EntryId& storeId,
   ComPtr<IMAPITable> hierarchy;
   if (FAILED(top->GetHierarchyTable(CONVENIENT_DEPTH, hierarchy.put()))) return;
   MAPITable table(hierarchy.get());
-  if (FAILED(table.setColumns({PR_DISPLAY_NAME_W, PR_ENTRYID, PR_DEPTH}))) return;
+  if (FAILED(table.setColumns({PR_DISPLAY_NAME_W, PR_ENTRYID, PR_DEPTH, PR_CONTAINER_CLASS_W})))
+    return;
   // The names of the folders above the current row, one per depth.
   std::vector<std::u16string> above;
   while (MAPIProperties* row = table.getNextRow()) {
@@ -75,6 +83,10 @@ void FolderCatalog::addTree(IMsgStore* store, const EntryId& storeId,
     above.push_back(name);
     folder.identity.folderId.convertToLongTerm(store);
     folder.identity.storeId = storeId;
+    std::u16string containerClass;
+    row->getWstring(PR_CONTAINER_CLASS_W, containerClass);
+    folder.type =
+        folderNodeType(containerClass, inboxId.isValid() && folder.identity.folderId == inboxId);
     folder.path = storeName;
     for (const std::u16string& part : above) folder.path += u"/" + part;
     folders_.push_back(std::move(folder));

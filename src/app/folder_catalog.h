@@ -8,6 +8,7 @@
 
 #include "mapi/entry_id.h"
 #include "mapi/mapi.h"
+#include "prefs/folder_kind.h"
 
 namespace PIM {
 
@@ -16,6 +17,8 @@ class FolderCatalog {
   struct Folder {
     std::u16string path;
     OutlookFolder identity;  // long-term identifiers
+    // The kind it may be chosen for, by its container class.
+    FolderNodeType type = kNodeOther;
   };
 
   // Reads the stores table and each store's folder tree below its top of
@@ -32,7 +35,9 @@ class FolderCatalog {
   std::u16string describe(const OutlookFolder& identity) const;
 
  private:
-  void addTree(IMsgStore* store, const EntryId& storeId, const std::u16string& storeName);
+  // `inboxId`: the default store's Inbox, empty for other stores.
+  void addTree(IMsgStore* store, const EntryId& storeId, const std::u16string& storeName,
+               const EntryId& inboxId);
   std::vector<Folder> folders_;
 };
 

@@ -13,6 +13,7 @@
 #include "app/store_session.h"
 #include "core/resource_loader.h"
 #include "core/utils.h"
+#include "prefs/folder_kind.h"
 #include "prefs/preferences.h"
 
 namespace PIM {
@@ -45,7 +46,7 @@ struct SettingInfo {
   const char16_t* errorKey;
 };
 
-std::vector<SettingInfo> settingsOf(Preferences& p) {
+std::vector<SettingInfo> settingsOf(PreferenceValues& p) {
   auto number = [](const char* name, Setting<uint32_t>& s, uint32_t low, uint32_t high,
                    const char16_t* key) {
     return SettingInfo{name, Kind::Number, &s, nullptr, low, high, key};
@@ -104,26 +105,49 @@ std::string valueText(const SettingInfo& s) {
   return {};
 }
 
-std::vector<OutlookFolder>* folderList(Preferences& p, const std::string& kind) {
-  if (kind == "calendar") return &p.calendar.folders;
-  if (kind == "contacts") return &p.contacts.folders;
-  if (kind == "email") return &p.email.folders;
-  if (kind == "tasks") return &p.tasks.folders;
-  return nullptr;
+const FolderNodeType kKinds[] = {kNodeCalendar, kNodeContacts, kNodeEmail, kNodeTasks};
+
+std::vector<OutlookFolder>& folderList(PreferenceValues& p, FolderNodeType kind) {
+  switch (kind) {
+    case kNodeCalendar:
+      return p.calendar.folders;
+    case kNodeContacts:
+      return p.contacts.folders;
+    case kNodeEmail:
+      return p.email.folders;
+    default:
+      return p.tasks.folders;
+  }
+}
+
+bool kindNamed(const std::string& name, FolderNodeType& kind) {
+  for (FolderNodeType k : kKinds) {
+    if (name == folderNodeTypeName(k)) {
+      kind = k;
+      return true;
+    }
+  }
+  return false;
 }
 
 std::string text(const char16_t* key) {
   return toUtf8(ResourceLoader::instance()->getStringValue(key, key));
 }
 
-void show(Preferences& prefs, const FolderCatalog& catalog, std::ostream& out) {
+void show(PreferenceValues& prefs, const FolderCatalog& catalog, std::ostream& out) {
   for (const SettingInfo& s : settingsOf(prefs))
     out << std::left << std::setw(36) << s.name << valueText(s) << "\n";
-  for (const char* kind : {"calendar", "contacts", "email", "tasks"}) {
-    const std::vector<OutlookFolder>& list = *folderList(prefs, kind);
-    out << kind << " folders:" << (list.empty() ? " none" : "") << "\n";
-    for (const OutlookFolder& folder : list)
-      out << "  " << toUtf8(catalog.describe(folder)) << "\n";
+  for (FolderNodeType kind : kKinds) {
+    const std::vector<OutlookFolder>& list = folderList(prefs, kind);
+    out << folderNodeTypeName(kind) << " folders:" << (list.empty() ? " none" : "") << "\n";
+    for (const OutlookFolder& folder : list) {
+      out << "  " << toUtf8(catalog.describe(folder));
+      // Chosen before folders were checked for their kind.
+      const FolderCatalog::Folder* known = catalog.byIdentity(folder);
+      if (known && known->type != kind)
+        out << "  (not a " << folderNodeTypeName(kind) << " folder)";
+      out << "\n";
+    }
   }
 }
 
@@ -173,50 +197,98 @@ bool set(const SettingInfo& s, const std::string& value, std::ostream& out, std:
   return true;
 }
 
+int saveFailed(const std::string& why, std::ostream& err) {
+  err << "ferrant prefs: the settings were not saved: " << why << "\n";
+  return kExitStore;
+}
+
+// Whether `folder` may be added to the list of `kind` in `values`: of that
+// kind, and chosen nowhere yet.
+bool mayAdd(PreferenceValues& values, FolderNodeType kind, const FolderCatalog::Folder& folder,
+            std::ostream& err) {
+  const std::string path = toUtf8(folder.path);
+  if (folder.type == kNodeOther) {
+    err << "ferrant prefs: '" << path
+        << "' holds no calendar, contacts, e-mail or task items and cannot be captured\n";
+    return false;
+  }
+  if (folder.type != kind) {
+    const char* its = folderNodeTypeName(folder.type);
+    err << "ferrant prefs: '" << path << "' is for " << its << ", not for "
+        << folderNodeTypeName(kind) << ": choose it with 'ferrant prefs folders " << its
+        << " add'\n";
+    return false;
+  }
+  for (FolderNodeType other : kKinds) {
+    const std::vector<OutlookFolder>& list = folderList(values, other);
+    if (std::find(list.begin(), list.end(), folder.identity) == list.end()) continue;
+    err << "ferrant prefs: '" << path << "' is chosen already";
+    if (other != kind) err << " as a " << folderNodeTypeName(other) << " folder";
+    err << "\n";
+    return false;
+  }
+  return true;
+}
+
 int changeFolders(Preferences& prefs, const FolderCatalog& catalog, int argc, char** argv,
                   std::ostream& out, std::ostream& err) {
   if (argc < 2) {
     err << kPrefsUsage;
     return kExitUsage;
   }
-  std::vector<OutlookFolder>* list = folderList(prefs, argv[0]);
+  FolderNodeType kind;
   const std::string action = argv[1];
-  if (!list) {
+  if (!kindNamed(argv[0], kind)) {
     err << "ferrant prefs: unknown folder kind '" << argv[0]
         << "' (calendar, contacts, email or tasks)\n";
     return kExitUsage;
   }
-  if (action == "list") {
-    if (argc != 2) {
-      err << kPrefsUsage;
-      return kExitUsage;
-    }
+  if (action == "list" && argc == 2) {
+    prefs.read();
+    const std::vector<OutlookFolder>& list = folderList(prefs, kind);
     for (const FolderCatalog::Folder& folder : catalog.folders()) {
-      const bool chosen = std::find(list->begin(), list->end(), folder.identity) != list->end();
+      if (folder.type != kind) continue;
+      const bool chosen = std::find(list.begin(), list.end(), folder.identity) != list.end();
       out << (chosen ? "* " : "  ") << toUtf8(folder.path) << "\n";
     }
     return kExitOk;
   }
-  if (action == "clear" && argc == 2) {
-    list->clear();
-  } else if ((action == "add" || action == "remove") && argc > 2) {
-    for (int i = 2; i < argc; ++i) {
-      const FolderCatalog::Folder* folder = catalog.byPath(fromUtf8(argv[i]));
-      if (!folder) {
-        err << "ferrant prefs: no folder '" << argv[i] << "' (see 'ferrant prefs folders "
-            << argv[0] << " list')\n";
-        return kExitUsage;
-      }
-      auto at = std::find(list->begin(), list->end(), folder->identity);
-      if (action == "add" && at == list->end()) list->push_back(folder->identity);
-      if (action == "remove" && at != list->end()) list->erase(at);
-    }
-  } else {
+  const bool add = action == "add";
+  if (!(action == "clear" && argc == 2) && !((add || action == "remove") && argc > 2)) {
     err << kPrefsUsage;
     return kExitUsage;
   }
-  prefs.save();
-  return kExitOk;
+  std::vector<const FolderCatalog::Folder*> named;
+  for (int i = 2; i < argc; ++i) {
+    const FolderCatalog::Folder* folder = catalog.byPath(fromUtf8(argv[i]));
+    if (!folder) {
+      err << "ferrant prefs: no folder '" << argv[i] << "' (see 'ferrant prefs folders " << argv[0]
+          << " list')\n";
+      return kExitUsage;
+    }
+    named.push_back(folder);
+  }
+  int result = kExitOk;
+  std::string why;
+  const bool saved = prefs.change(
+      [&](PreferenceValues& values) {
+        std::vector<OutlookFolder>& list = folderList(values, kind);
+        if (action == "clear") list.clear();
+        for (const FolderCatalog::Folder* folder : named) {
+          auto at = std::find(list.begin(), list.end(), folder->identity);
+          if (!add) {
+            if (at != list.end()) list.erase(at);
+          } else if (mayAdd(values, kind, *folder, err)) {
+            list.push_back(folder->identity);
+          } else {
+            result = kExitUsage;
+            return false;
+          }
+        }
+        return true;
+      },
+      why);
+  return saved ? result : saveFailed(why, err);
 }
 
 }  // namespace
@@ -227,9 +299,10 @@ int runPrefs(int argc, char** argv, StoreSession& session, std::ostream& out, st
     return kExitOk;
   }
   Preferences& prefs = Preferences::instance();
-  prefs.load();
   const FolderCatalog catalog(session.session());
   if (argc == 0) {
+    // Only reads: a show running beside a change must not undo it.
+    prefs.read();
     show(prefs, catalog, out);
     return kExitOk;
   }
@@ -239,11 +312,22 @@ int runPrefs(int argc, char** argv, StoreSession& session, std::ostream& out, st
     err << kPrefsUsage;
     return kExitUsage;
   }
-  for (const SettingInfo& s : settingsOf(prefs)) {
+  PreferenceValues names;
+  for (const SettingInfo& s : settingsOf(names)) {
     if (argv[1] != std::string(s.name)) continue;
-    if (!set(s, argv[2], out, err)) return kExitUsage;
-    prefs.save();
-    return kExitOk;
+    int result = kExitOk;
+    std::string why;
+    const bool saved = prefs.change(
+        [&](PreferenceValues& values) {
+          for (const SettingInfo& setting : settingsOf(values)) {
+            if (setting.name != s.name) continue;
+            if (set(setting, argv[2], out, err)) return true;
+            result = kExitUsage;
+          }
+          return false;
+        },
+        why);
+    return saved ? result : saveFailed(why, err);
   }
   err << "ferrant prefs: unknown setting '" << argv[1] << "' (see 'ferrant prefs')\n";
   return kExitUsage;

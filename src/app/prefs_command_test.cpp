@@ -96,5 +96,93 @@ TEST_F(PrefsCommandTest, FoldersAreChosenByPath) {
   EXPECT_EQ(run({"folders", "notes", "list"}), kExitUsage);
 }
 
+TEST_F(PrefsCommandTest, AFolderIsChosenOnlyForItsKindAndOnlyOnce) {
+  const std::string box = "Mailbox - João Conceição/";
+  const struct {
+    std::vector<std::string> args;
+    int exit;
+    std::string error;
+  } cases[] = {
+      {{"email", "add", box + "Tasks"},
+       kExitUsage,
+       "ferrant prefs: '" + box + "Tasks' is for tasks, not for email: choose it with 'ferrant " +
+           "prefs folders tasks add'\n"},
+      {{"contacts", "add", box + "Sent Items"},
+       kExitUsage,
+       "ferrant prefs: '" + box + "Sent Items' is for email, not for contacts: choose it with " +
+           "'ferrant prefs folders email add'\n"},
+      {{"calendar", "add", "Archive 2025 — Архив/Correio 2025"},
+       kExitUsage,
+       "ferrant prefs: 'Archive 2025 — Архив/Correio 2025' is for email, not for calendar: "
+       "choose it with 'ferrant prefs folders email add'\n"},
+      // The default folders are chosen at the first start.
+      {{"tasks", "add", box + "Tasks"},
+       kExitUsage,
+       "ferrant prefs: '" + box + "Tasks' is chosen already\n"},
+      {{"email", "add", box + "Inbox", box + "INBOX"},
+       kExitUsage,
+       "ferrant prefs: '" + box + "Inbox' is chosen already\n"},
+      {{"calendar", "add", "Archive 2025 — Архив/Calendário 2025"}, kExitOk, ""},
+      {{"email", "add", box + "Inbox", box + "Inbox/Recibos & فواتير"}, kExitOk, ""},
+  };
+  ASSERT_EQ(run({}), kExitOk);  // opens, and so makes, the keys
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.args[0] + " " + c.args.back());
+    const std::string before = keys_.store().text();
+    std::vector<std::string> args = {"folders"};
+    args.insert(args.end(), c.args.begin(), c.args.end());
+    EXPECT_EQ(run(args), c.exit);
+    EXPECT_EQ(err_.str(), c.error);
+    // A refused change writes nothing, not even the folders before the bad one.
+    if (c.exit != kExitOk) {
+      EXPECT_EQ(keys_.store().text(), before);
+    }
+  }
+  EXPECT_EQ(stored(u"\\Calendar", u"captureFolderCount"), 2u);
+  EXPECT_EQ(stored(u"\\Email", u"captureFolderCount"), 2u);
+
+  // Chosen in one kind, a folder cannot be chosen in another; listings show
+  // only the folders of their kind.
+  Preferences::instance().resetToDefaults();
+  ASSERT_EQ(run({"folders", "email", "list"}), kExitOk);
+  EXPECT_EQ(out_.str().find("Tasks"), std::string::npos);
+  EXPECT_NE(out_.str().find("* " + box + "Inbox\n"), std::string::npos);
+}
+
+// Several commands at once each re-read what they change: a show writes no
+// value and a set writes its value alone.
+TEST_F(PrefsCommandTest, ShowWritesNothingAndSetWritesItsValueAlone) {
+  ASSERT_EQ(run({}), kExitOk);
+  ASSERT_EQ(run({"folders", "email", "list"}), kExitOk);
+  const std::string text = keys_.store().text();
+  EXPECT_EQ(text.find("\"=", text.find("\n[")), std::string::npos) << text;
+
+  // Another process saved an interval after this one loaded its settings.
+  Preferences::instance().captureInterval = 15;
+  RegistryKey(env()->keyStore().currentUserRoot(), u"Software\\Corvel\\CVTK")
+      .writeDword(u"captureInterval", 46);
+  ASSERT_EQ(run({"set", "calendar.captureDaysAfter", "143"}), kExitOk);
+  EXPECT_EQ(stored(u"", u"captureInterval"), 46u);
+  EXPECT_EQ(stored(u"\\Calendar", u"captureDaysAfter"), 143u);
+  EXPECT_EQ(stored(u"\\Calendar", u"captureDaysBefore"), 12345u);
+  EXPECT_EQ(stored(u"\\Calendar", u"captureFolderCount"), 12345u);
+  EXPECT_EQ(stored(u"", u"autoCaptureInterval"), 12345u);
+}
+
+TEST_F(PrefsCommandTest, ChangesThatCannotBeSavedExitWithTheStoreError) {
+  keys_.store().refuseWrites(kKeyDiskFull);
+  for (const std::vector<std::string>& args :
+       {std::vector<std::string>{"set", "captureInterval", "46"},
+        {"folders", "email", "add", "Mailbox - João Conceição/Inbox"},
+        {"folders", "tasks", "clear"}}) {
+    SCOPED_TRACE(args[1]);
+    EXPECT_EQ(run(args), kExitStore);
+    EXPECT_EQ(err_.str().rfind("ferrant prefs: the settings were not saved: ", 0), 0u)
+        << err_.str();
+  }
+  // Nothing to change is no failure.
+  EXPECT_EQ(run({"set", "captureInterval", "15"}), kExitOk);
+}
+
 }  // namespace
 }  // namespace PIM::testing
