@@ -330,16 +330,26 @@ std::u16string getDllPath() {
   return path;
 }
 
-bool pathExists(const std::u16string& path) {
-  PIM_ENTRY("PIM::pathExists");
+namespace {
+
+// The check of pathExists and fileExists; its line is logged as written by
+// the one of them that `pimEntry_` names.
+bool pathStatus(const std::u16string& path, const StackEntry& pimEntry_) {
   std::u16string copy = cutTrailingSeparators(path);
   if (copy.empty()) PIM_LOG_ERR("Invalid path: " << toUtf8(path));
   return env()->pathStatus(copy);
 }
 
+}  // namespace
+
+bool pathExists(const std::u16string& path) {
+  PIM_ENTRY("PIM::pathExists");
+  return pathStatus(path, pimEntry_);
+}
+
 bool fileExists(const std::u16string& path) {
   PIM_ENTRY("PIM::fileExists");
-  return pathExists(path);
+  return pathStatus(path, pimEntry_);
 }
 
 bool createPath(const std::u16string& path) {

@@ -11,6 +11,7 @@ namespace PIM {
 namespace {
 
 using ::testing::ElementsAre;
+using ::testing::EndsWith;
 using ::testing::IsEmpty;
 using testing::LogCapture;
 using testing::ScopedEnv;
@@ -416,7 +417,10 @@ TEST(PathExistsTest, APathOfSeparatorsOnlyIsInvalid) {
   LogCapture log;
   EXPECT_FALSE(pathExists(u"/"));
   EXPECT_FALSE(fileExists(u"a\\"));
-  EXPECT_THAT(log.messages(), ElementsAre("Invalid path: /", "Invalid path: a\\"));
+  const std::vector<std::string> lines = log.lines();
+  ASSERT_EQ(lines.size(), 2u);
+  EXPECT_THAT(lines[0], EndsWith(" : PIM::pathExists() > ERR> Invalid path: /"));
+  EXPECT_THAT(lines[1], EndsWith(" : PIM::fileExists() > ERR> Invalid path: a\\"));
 }
 
 TEST(PathExistsTest, ReportsFilesAndFolders) {

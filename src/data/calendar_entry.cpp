@@ -170,7 +170,7 @@ HRESULT CalendarEntry::makeDataRow(const std::vector<NameIdPair>& pairs, const M
       PIM_LOG_HR(hr, "Failed to retrieve recurrence data.");
     } else {
       entry.recurrence.reset(blob);
-      readExceptions(pairs, sourceFolder, entry);
+      readExceptions(PIM_LOG_SITE, pairs, sourceFolder, entry);
     }
   }
 
@@ -185,13 +185,12 @@ HRESULT CalendarEntry::makeDataRow(const std::vector<NameIdPair>& pairs, const M
     }
   }
   if (settings().capturePriority && row.getLong(PR_PRIORITY, value) == S_OK)
-    entry.priority = priorityFromStore(value);
+    entry.priority = priorityFromStore(PIM_LOG_SITE, value);
   return S_OK;
 }
 
-void CalendarEntry::readExceptions(const std::vector<NameIdPair>& pairs, IMAPIFolder* sourceFolder,
-                                   CalendarEntry& entry) {
-  PIM_ENTRY("PIM::CalendarEntry::readExceptions");
+void CalendarEntry::readExceptions(const LogSite& site, const std::vector<NameIdPair>& pairs,
+                                   IMAPIFolder* sourceFolder, CalendarEntry& entry) {
   try {
     HRESULT hr = E_INVALIDARG;
     ComPtr<IUnknown> opened;
@@ -205,13 +204,13 @@ void CalendarEntry::readExceptions(const std::vector<NameIdPair>& pairs, IMAPIFo
     if (SUCCEEDED(hr)) hr = opened.queryInterface(IID_IMessage, message);
     if (SUCCEEDED(hr)) hr = message->GetAttachmentTable(0, attachments.put());
     if (FAILED(hr)) {
-      PIM_LOG_HR(hr, "Failed to retrieve recurrence data.");
+      PIM_LOG_HR_AT(site, hr, "Failed to retrieve recurrence data.");
       return;
     }
     MAPITable table(attachments.get());
     hr = table.setColumns({PR_DISPLAY_NAME_W, PR_ATTACH_NUM});
     if (FAILED(hr)) {
-      PIM_LOG_HR(hr, "Failed to retrieve recurrence data.");
+      PIM_LOG_HR_AT(site, hr, "Failed to retrieve recurrence data.");
       return;
     }
     const std::vector<ULONG> tags = columns(pairs);
@@ -223,14 +222,14 @@ void CalendarEntry::readExceptions(const std::vector<NameIdPair>& pairs, IMAPIFo
         hr = message->OpenAttach(static_cast<ULONG>(number), nullptr, MAPI_BEST_ACCESS,
                                  attachment.put());
       if (FAILED(hr)) {
-        PIM_LOG_HR(hr, "Failed to retrieve recurrence attachment");
+        PIM_LOG_HR_AT(site, hr, "Failed to retrieve recurrence attachment");
         continue;
       }
       ComPtr<IMessage> embedded;
       hr = attachment->OpenProperty(PR_ATTACH_DATA_OBJ, &IID_IMessage, 0,
                                     MAPI_MODIFY | MAPI_DEFERRED_ERRORS, embedded.putUnknown());
       if (FAILED(hr)) {
-        PIM_LOG_HR(hr, "Invalid exception attachment.");
+        PIM_LOG_HR_AT(site, hr, "Invalid exception attachment.");
         continue;
       }
       MAPIProperties props(embedded.get(), tags);
@@ -241,9 +240,9 @@ void CalendarEntry::readExceptions(const std::vector<NameIdPair>& pairs, IMAPIFo
         OutlookUtils::getEntryStringProperty(embedded.get(), PR_BODY_W, exception.body);
     }
   } catch (const ComError& error) {
-    PIM_LOG_ERR("Failed to get exception attachments:" << error.what());
+    PIM_LOG_ERR_AT(site, "Failed to get exception attachments:" << error.what());
   } catch (...) {
-    PIM_LOG_ERR("Unknown error. Failed to get exception attachments.");
+    PIM_LOG_ERR_AT(site, "Unknown error. Failed to get exception attachments.");
   }
 }
 
@@ -290,12 +289,12 @@ std::u16string CalendarEntry::toXMLString(bool isException) const {
 
 std::u16string CalendarEntry::priorityToStr(Priority priority) {
   PIM_ENTRY("PIM::CalendarEntry::priorityToStr");
-  return priorityText(priority);
+  return priorityText(PIM_LOG_SITE, priority);
 }
 
 std::u16string CalendarEntry::busyToStr(BusyStatus status) {
   PIM_ENTRY("PIM::CalendarEntry::busyToStr");
-  return enumText(status, {u"Unknown", u"Free", u"Tentative", u"Busy", u"OOO"});
+  return enumText(PIM_LOG_SITE, status, {u"Unknown", u"Free", u"Tentative", u"Busy", u"OOO"});
 }
 
 }  // namespace PIM

@@ -69,8 +69,10 @@ class CalendarEntry {
 
  private:
   static std::vector<ULONG> columns(const std::vector<NameIdPair>& pairs);
-  static void readExceptions(const std::vector<NameIdPair>& pairs, IMAPIFolder* sourceFolder,
-                             CalendarEntry& entry);
+  // The changed occurrences of a recurring appointment; its failures are
+  // logged at makeDataRow's `site`.
+  static void readExceptions(const LogSite& site, const std::vector<NameIdPair>& pairs,
+                             IMAPIFolder* sourceFolder, CalendarEntry& entry);
   // A recurring appointment with a pattern the reader understood.
   bool hasRecurrence() const { return recurring && recurrence.type != MAPIRecurrence::None; }
 };

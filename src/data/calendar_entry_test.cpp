@@ -15,6 +15,11 @@
 namespace PIM::testing {
 namespace {
 
+// The writers of the record's lines: the row's reader, its recurrence
+// exceptions included, and the pattern's parser.
+const std::string kMakeDataRow = "calendar_entry.cpp : PIM::CalendarEntry::makeDataRow() > ERR> ";
+const std::string kParse = "mapi_recurrence.cpp : PIM::MAPIRecurrence::parse() > ERR> ";
+
 // A calendar around the test clock (2026-11-22 10:30 UTC): single
 // appointments on both sides of the default window (2026-10-08 00:00:00 to
 // 2027-01-06 23:59:59), one with every field, odd and missing values, and
@@ -278,13 +283,14 @@ TEST_F(CalendarEntryTest, EveryFieldOnWritesTheWholeFile) {
   const std::vector<CalendarEntry> entries = read<CalendarEntry>("calendar");
   EXPECT_EQ(fileOf(entries), envelope(lines({firstDay(), lastSecond(), fullOn(), bad(), missing(),
                                              yearlyOn(), rejected(), unreadable(), weeklyOn()})));
-  EXPECT_EQ(log.messages(), (std::vector<std::string>{
-                                "Invalid priority value.",  // busy status 7
-                                "Invalid priority value.",  // priority 5
-                                "Invalid recurrence data.",
-                                "HR Error: 0x80004005: Failed to retrieve recurrence data.",
-                                "HR Error: 0x8004010f: Invalid exception attachment.",
-                            }));
+  EXPECT_EQ(writers(log),
+            (std::vector<std::string>{
+                kMakeDataRow + "Invalid priority value.",  // busy status 7
+                kMakeDataRow + "Invalid priority value.",  // priority 5
+                kParse + "Invalid recurrence data.",
+                kMakeDataRow + "HR Error: 0x80004005: Failed to retrieve recurrence data.",
+                kMakeDataRow + "HR Error: 0x8004010f: Invalid exception attachment.",
+            }));
   ASSERT_EQ(entries.size(), 9u);
   EXPECT_EQ(entries[2].location.size(), 300u) << "the table's cut text is read again";
 }
@@ -321,11 +327,12 @@ TEST_F(CalendarEntryTest, EveryFieldOffWritesTheWholeFile) {
   EXPECT_EQ(fileOf(entries), envelope(lines({firstDay(), lastSecond(), full, bad(), missing(),
                                              yearly, rejected(), unreadable(), weekly})));
   // Neither the busy status nor the priority is read, so neither complains.
-  EXPECT_EQ(log.messages(), (std::vector<std::string>{
-                                "Invalid recurrence data.",
-                                "HR Error: 0x80004005: Failed to retrieve recurrence data.",
-                                "HR Error: 0x8004010f: Invalid exception attachment.",
-                            }));
+  EXPECT_EQ(writers(log),
+            (std::vector<std::string>{
+                kParse + "Invalid recurrence data.",
+                kMakeDataRow + "HR Error: 0x80004005: Failed to retrieve recurrence data.",
+                kMakeDataRow + "HR Error: 0x8004010f: Invalid exception attachment.",
+            }));
   ASSERT_EQ(entries.size(), 9u);
   EXPECT_TRUE(entries[2].body.empty());
   EXPECT_TRUE(entries[2].organizer.empty());
@@ -565,7 +572,11 @@ TEST_F(CalendarEntryTest, TheElementWritesItsAttributesInOrder) {
   entry.busyStatus = static_cast<CalendarEntry::BusyStatus>(-2);
   EXPECT_EQ(toUtf8(entry.toXMLString()),
             "<entry priority=\"invalid\" busyStatus=\"invalid\">\r\n</entry>\r\n");
-  EXPECT_EQ(log.messages(), (std::vector<std::string>{"Invalid data type.", "Invalid data type."}));
+  EXPECT_EQ(
+      writers(log),
+      (std::vector<std::string>{
+          "calendar_entry.cpp : PIM::CalendarEntry::priorityToStr() > ERR> Invalid data type.",
+          "calendar_entry.cpp : PIM::CalendarEntry::busyToStr() > ERR> Invalid data type."}));
   EXPECT_EQ(toUtf8(CalendarEntry::busyToStr(CalendarEntry::OutOfOffice)), "OOO");
   EXPECT_EQ(toUtf8(CalendarEntry::busyToStr(CalendarEntry::Tentative)), "Tentative");
   EXPECT_EQ(toUtf8(CalendarEntry::busyToStr(CalendarEntry::BusyUnknown)), "Unknown");
@@ -690,7 +701,7 @@ TEST_F(CalendarFaultTest, StoreFailuresAreLoggedAndTheEntryIsKept) {
     const std::vector<CalendarEntry> entries = read<CalendarEntry>("calendar");
     ASSERT_EQ(entries.size(), 1u);
     EXPECT_EQ(toUtf8(entries[0].toXMLString()), daily(c.kept));
-    EXPECT_EQ(log.messages(), std::vector<std::string>{c.logged});
+    EXPECT_EQ(writers(log), std::vector<std::string>{kMakeDataRow + c.logged});
     EXPECT_GT(faults->callCount(c.call), 0u);
   }
 }

@@ -60,11 +60,12 @@ bool tooLargeForTable(const MAPIProperties& row, ULONG tag) {
   return error && error->Value.err == MAPI_E_NOT_ENOUGH_MEMORY;
 }
 
-// The members of a distribution list. A table cannot always carry a long
-// member list and gives the column as an error then; the list is read from
-// the item itself, which throws ComError when that fails.
-void readMembers(const MAPIProperties& row, ULONG tag, IUnknown* source, Contact& contact) {
-  PIM_ENTRY("PIM::Contact::readMembers");
+// The members of a distribution list; a bad member is logged at `site`. A
+// table cannot always carry a long member list and gives the column as an
+// error then; the list is read from the item itself, which throws ComError
+// when that fails.
+void readMembers(const LogSite& site, const MAPIProperties& row, ULONG tag, IUnknown* source,
+                 Contact& contact) {
   std::vector<std::vector<uint8_t>> values;
   if (row.getMvBinary(tag, values) != S_OK && source && contact.entryId.isValid() &&
       tooLargeForTable(row, tag)) {
@@ -73,13 +74,14 @@ void readMembers(const MAPIProperties& row, ULONG tag, IUnknown* source, Contact
   }
   for (const std::vector<uint8_t>& value : values) {
     std::u16string member;
-    if (decodeOneOffMember(value, member)) contact.addresses.push_back(std::move(member));
+    if (decodeOneOffMember(site, value, member)) contact.addresses.push_back(std::move(member));
   }
 }
 
-void appendEntryId(std::u16string& xml, const EntryId& entryId) {
-  PIM_ENTRY("PIM::Contact::appendEntryId");
-  if (!entryId.isValid()) PIM_LOG_ERR("Invalid EntryID");
+// The entryId attribute, written even when the identifier is not valid (the
+// line logged at `site` says so).
+void appendEntryId(const LogSite& site, std::u16string& xml, const EntryId& entryId) {
+  if (!entryId.isValid()) logErrorAt(site, "Invalid EntryID");
   appendAttribute(xml, u"entryId", entryId.toWstring());
 }
 
@@ -150,7 +152,7 @@ HRESULT Contact::makeDataRow(const std::vector<NameIdPair>& pairs, const MAPIPro
   if (row.getWstring(PR_MESSAGE_CLASS_W, messageClass) == S_OK && messageClass == u"IPM.DistList") {
     contact.isDistList = true;
     try {
-      readMembers(row, pairs[kOneOffMembers].tag, source, contact);
+      readMembers(PIM_LOG_SITE, row, pairs[kOneOffMembers].tag, source, contact);
     } catch (const ComError& error) {
       PIM_LOG_ERR("Error retrieving distribution list property:" << error.what());
     } catch (...) {
@@ -167,7 +169,7 @@ std::u16string Contact::toXMLString() const {
   PIM_ENTRY("PIM::Contact::toXMLString");
   if (isDistList) return distListToXMLString();
   std::u16string xml = u"<contact";
-  appendEntryId(xml, entryId);
+  appendEntryId(PIM_LOG_SITE, xml, entryId);
   appendIfSet(xml, u"name", name);
   appendIfSet(xml, u"fullname", fullname);
   appendIfSet(xml, u"email", email);
@@ -187,7 +189,7 @@ std::u16string Contact::toXMLString() const {
 std::u16string Contact::distListToXMLString() const {
   PIM_ENTRY("PIM::Contact::distListToXMLString");
   std::u16string xml = u"<contact";
-  appendEntryId(xml, entryId);
+  appendEntryId(PIM_LOG_SITE, xml, entryId);
   appendIfSet(xml, u"name", name);
   xml += u">\r\n";
   if (settings().captureNotes && !notes.empty()) appendElement(xml, u"notes", notes);

@@ -89,6 +89,7 @@ const char* kContactsJson = R"json({
 })json";
 
 const char kInvalidMember[] = "Data stored in the binary blob is invalid for this entry.";
+const std::string kMakeDataRow = "contact.cpp : PIM::Contact::makeDataRow() > ERR> ";
 
 class ContactTest : public RecordTest {
  protected:
@@ -256,7 +257,7 @@ TEST_F(ContactTest, DistributionListsCarryTheirMembers) {
       "  </addresses>\r\n"
       "</contact>\r\n";
   EXPECT_EQ(fileOf(lists), envelope(head + notes + rest));
-  EXPECT_THAT(log.messages(), ElementsAre(kInvalidMember));
+  EXPECT_THAT(writers(log), ElementsAre(kMakeDataRow + kInvalidMember));
 
   setAll(false);
   EXPECT_EQ(fileOf(lists), envelope(head + rest));
@@ -274,8 +275,8 @@ TEST_F(ContactTest, MembersTheTableCouldNotCarryAreReadFromTheItem) {
   } cases[] = {
       // The item cannot deliver them either: nothing to show, nothing wrong.
       {S_OK, {}},
-      {MAPI_E_NO_ACCESS, {"Error retrieving distribution list property:0x80070005"}},
-      {E_OUTOFMEMORY, {"Unknown error retrieving distribution list property."}},
+      {MAPI_E_NO_ACCESS, {kMakeDataRow + "Error retrieving distribution list property:0x80070005"}},
+      {E_OUTOFMEMORY, {kMakeDataRow + "Unknown error retrieving distribution list property."}},
   };
   for (const Case& c : cases) {
     store::ScopedFaults faults;
@@ -283,7 +284,7 @@ TEST_F(ContactTest, MembersTheTableCouldNotCarryAreReadFromTheItem) {
     LogCapture log;
     const std::vector<Contact> lists = read<Contact>("broken");
     EXPECT_EQ(faults->callCount("IMAPIFolder::OpenEntry"), 1u);
-    EXPECT_EQ(log.messages(), c.log);
+    EXPECT_EQ(writers(log), c.log);
     EXPECT_EQ(fileOf(lists), expected) << "the list is kept";
   }
 }
@@ -298,8 +299,11 @@ TEST_F(ContactTest, ARecordWithoutEntryIdIsWrittenAnyway) {
   contact.isDistList = true;
   EXPECT_EQ(toUtf8(contact.toXMLString()),
             "<contact entryId=\"\">\r\n  <addresses>\r\n  </addresses>\r\n</contact>");
-  EXPECT_THAT(log.messages(),
-              ElementsAre("Failed to retrieve entry id", "Invalid EntryID", "Invalid EntryID"));
+  EXPECT_THAT(
+      writers(log),
+      ElementsAre(kMakeDataRow + "Failed to retrieve entry id",
+                  "contact.cpp : PIM::Contact::toXMLString() > ERR> Invalid EntryID",
+                  "contact.cpp : PIM::Contact::distListToXMLString() > ERR> Invalid EntryID"));
 }
 
 TEST_F(ContactTest, ColumnsAndQuery) {

@@ -12,7 +12,8 @@ namespace PIM {
 
 std::u16string DataDirectoryEntry::typeToStr(int32_t type) {
   PIM_ENTRY("PIM::DataDirectoryEntry::typeToStr");
-  return enumText(type, {u"unspecified", u"calendar", u"contacts", u"email", u"tasks"});
+  return enumText(PIM_LOG_SITE, type,
+                  {u"unspecified", u"calendar", u"contacts", u"email", u"tasks"});
 }
 
 std::u16string DataDirectoryEntry::toXMLString() const {

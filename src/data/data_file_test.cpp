@@ -129,7 +129,10 @@ TEST(DataDirectory, TypeTexts) {
   for (int32_t type = -1; type <= 5; ++type) texts.push_back(DataDirectoryEntry::typeToStr(type));
   EXPECT_EQ(texts, (std::vector<std::u16string>{u"invalid", u"unspecified", u"calendar",
                                                 u"contacts", u"email", u"tasks", u"invalid"}));
-  EXPECT_EQ(log.messages(), (std::vector<std::string>{"Invalid data type.", "Invalid data type."}));
+  EXPECT_EQ(writers(log), std::vector<std::string>(2,
+                                                   "data_file.cpp : "
+                                                   "PIM::DataDirectoryEntry::typeToStr() > "
+                                                   "ERR> Invalid data type."));
 }
 
 TEST(DataDirectory, IndexValidatesAgainstTheSchema) {

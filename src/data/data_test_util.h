@@ -28,6 +28,25 @@ class ClockEnv : public EnvWrapper {
   TimeZoneInfo timeZone() override { return zone; }
 };
 
+// The log's lines as "file : function() > ERR> text", the file without its
+// folder and the line number left out: which operation wrote each line.
+inline std::vector<std::string> writers(const LogCapture& log) {
+  std::vector<std::string> out;
+  for (const std::string& line : log.lines()) {
+    const size_t headerEnd = line.find(") : ");
+    const size_t lineNumber = line.rfind('(', headerEnd);
+    if (headerEnd == std::string::npos || lineNumber == std::string::npos) {
+      out.push_back(line);
+      continue;
+    }
+    const size_t folderEnd = line.find_last_of("/\\", lineNumber);
+    const size_t fileStart = folderEnd == std::string::npos ? 0 : folderEnd + 1;
+    out.push_back(line.substr(fileStart, lineNumber - fileStart) + " : " +
+                  line.substr(headerEnd + 4));
+  }
+  return out;
+}
+
 inline void expectValidDataFile(const std::u16string& path) {
   if (const std::optional<std::string> errors = schemaErrors(path)) {
     EXPECT_EQ(*errors, "") << "the file does not follow XMLDataSchema.xsd";

@@ -164,9 +164,10 @@ HRESULT Email::makeDataRow(const std::vector<NameIdPair>& pairs, const MAPIPrope
     email.entryId = rowId;
     if (!email.entryId.isLongTerm()) makeLongTerm(email.entryId);
   }
+  // Opened once for the recipients, the body and the attachments; when it
+  // cannot be, each of them fails with the reason.
   ComPtr<IMessage> message;
   const HRESULT opened = openMessage(source, rowId, message);
-  if (FAILED(opened)) PIM_LOG_HR(opened, "Failed to open the message.");
 
   EntryId senderId;
   if (row.getEntryId(PR_SENDER_ENTRYID, senderId) == S_OK) email.from = getEmailAddress(senderId);
@@ -175,15 +176,13 @@ HRESULT Email::makeDataRow(const std::vector<NameIdPair>& pairs, const MAPIPrope
     PIM_LOG_ERR("Could not get the sender name for this email.");
   }
 
-  if (message) {
-    std::vector<Recipient> recipients;
-    (void)getRecipients(message.get(), recipients);
-    for (Recipient& recipient : recipients) {
-      auto& list = recipient.kind == Recipient::Cc    ? email.cc
-                   : recipient.kind == Recipient::Bcc ? email.bcc
-                                                      : email.to;
-      list.push_back(std::move(recipient.text));
-    }
+  std::vector<Recipient> recipients;
+  (void)getRecipients(message.get(), recipients, opened);
+  for (Recipient& recipient : recipients) {
+    auto& list = recipient.kind == Recipient::Cc    ? email.cc
+                 : recipient.kind == Recipient::Bcc ? email.bcc
+                                                    : email.to;
+    list.push_back(std::move(recipient.text));
   }
 
   row.getWstring(PR_SUBJECT_W, email.subject, source);
@@ -210,10 +209,12 @@ HRESULT Email::makeDataRow(const std::vector<NameIdPair>& pairs, const MAPIPrope
     if (pairs.size() > kFlagDueBy) row.getSystime(pairs[kFlagDueBy].tag, email.flagDueBy);
   }
   bool hasAttachments = false;
-  if (settings().captureAttachments && message &&
-      row.getBool(PR_HASATTACH, hasAttachments) == S_OK && hasAttachments) {
-    const HRESULT hr = OutlookUtils::getAttachmentList(message.get(), email.attachments);
-    if (FAILED(hr)) PIM_LOG_HR(hr, "Failed to get attachment list.");
+  if (settings().captureAttachments && row.getBool(PR_HASATTACH, hasAttachments) == S_OK &&
+      hasAttachments) {
+    const HRESULT hr =
+        message ? OutlookUtils::getAttachmentList(message.get(), email.attachments) : opened;
+    // Unlike the other store errors, this line runs the code into its text.
+    if (FAILED(hr)) PIM_LOG_ERR("HR Error: " << hrText(hr) << "Failed to get attachment list.");
   }
   return S_OK;
 }
@@ -289,11 +290,12 @@ std::u16string Email::getEmailAddress(const EntryId& entryId) {
   return std::u16string();
 }
 
-HRESULT Email::getRecipients(IUnknown* message, std::vector<Recipient>& recipients) {
+HRESULT Email::getRecipients(IUnknown* message, std::vector<Recipient>& recipients,
+                             HRESULT unopened) {
   PIM_ENTRY("PIM::Email::getRecipients");
   recipients.clear();
   try {
-    if (!message) throwComError(E_INVALIDARG);
+    if (!message) throwComError(FAILED(unopened) ? unopened : E_INVALIDARG);
     ComPtr<IMessage> item;
     HRESULT hr = message->QueryInterface(IID_IMessage, item.putVoid());
     if (FAILED(hr)) throwComError(hr);
@@ -351,17 +353,18 @@ std::string Email::toHtmlString(const std::string& text) {
 
 std::u16string Email::importanceToStr(Importance importance) {
   PIM_ENTRY("PIM::Email::importanceToStr");
-  return enumText(importance, {u"Unknown", u"Normal", u"Low", u"High"});
+  return enumText(PIM_LOG_SITE, importance, {u"Unknown", u"Normal", u"Low", u"High"});
 }
 
 std::u16string Email::sensitivityToStr(Sensitivity sensitivity) {
   PIM_ENTRY("PIM::Email::sensitivityToStr");
-  return enumText(sensitivity, {u"Unknown", u"Normal", u"Personal", u"Private", u"Confidential"});
+  return enumText(PIM_LOG_SITE, sensitivity,
+                  {u"Unknown", u"Normal", u"Personal", u"Private", u"Confidential"});
 }
 
 std::u16string Email::flagStatusToStr(FlagStatus flagStatus) {
   PIM_ENTRY("PIM::Email::flagStatusToStr");
-  return enumText(flagStatus, {u"Unknown", u"No flag", u"Completed", u"Marked"});
+  return enumText(PIM_LOG_SITE, flagStatus, {u"Unknown", u"No flag", u"Completed", u"Marked"});
 }
 
 }  // namespace PIM

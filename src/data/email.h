@@ -77,8 +77,10 @@ class Email {
   // empty text (logged) when it cannot be opened or has no display name.
   static std::u16string getEmailAddress(const EntryId& entryId);
   // Every row of the message's recipient table. On failure (logged) the list
-  // is left empty.
-  static HRESULT getRecipients(IUnknown* message, std::vector<Recipient>& recipients);
+  // is left empty; a null `message` fails with `unopened`, why it could not
+  // be opened.
+  static HRESULT getRecipients(IUnknown* message, std::vector<Recipient>& recipients,
+                               HRESULT unopened = E_INVALIDARG);
   // Plain text as an HTML page that keeps its lines and wraps long ones; the
   // text goes in unchanged.
   static std::string toHtmlString(const std::string& text);

@@ -94,18 +94,23 @@ std::vector<std::u16string> getStrings(const std::vector<char>& bytes) {
 
 bool decodeOneOffMember(const std::vector<uint8_t>& value, std::u16string& member) {
   PIM_ENTRY("PIM::decodeOneOffMember");
+  return decodeOneOffMember(PIM_LOG_SITE, value, member);
+}
+
+bool decodeOneOffMember(const LogSite& site, const std::vector<uint8_t>& value,
+                        std::u16string& member) {
   BlobReader reader(value);
   uint16_t flags = 0;
   if (value.size() < kStringsOffset || !reader.seek(kFlagsOffset) || !reader.readUint16(flags)) {
-    PIM_LOG_ERR("Data stored in the binary blob is invalid for this entry.");
+    logErrorAt(site, "Data stored in the binary blob is invalid for this entry.");
     return false;
   }
   std::vector<std::u16string> strings;
   if (flags & kUnicodeFlag) {
     std::vector<char16_t> units;
     if (!reader.readUnits(units)) {
-      PIM_LOG_ERR(
-          "Data stored in the binary blob for this entry is either not unicode, or invalid.");
+      logErrorAt(
+          site, "Data stored in the binary blob for this entry is either not unicode, or invalid.");
       return false;
     }
     strings = getStrings(units);
@@ -115,7 +120,7 @@ bool decodeOneOffMember(const std::vector<uint8_t>& value, std::u16string& membe
     strings = getStrings(bytes);
   }
   if (strings.size() != 3) {
-    PIM_LOG_ERR("Invalid number of strings stored in binary blog.");
+    logErrorAt(site, "Invalid number of strings stored in binary blog.");
     return false;
   }
   const std::u16string& displayName = strings[0];

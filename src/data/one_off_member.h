@@ -8,11 +8,16 @@
 #include <string>
 #include <vector>
 
+#include "data/record.h"
+
 namespace PIM {
 
 // The member's text: "name <address>" for an SMTP member, else the name.
-// False, with the log line that says why, when the value is not a one-off
-// identifier of three strings.
+// False, with the log line that says why written at `site`, when the value is
+// not a one-off identifier of three strings.
+bool decodeOneOffMember(const LogSite& site, const std::vector<uint8_t>& value,
+                        std::u16string& member);
+// The same as an operation of its own, for a member decoded outside a capture.
 bool decodeOneOffMember(const std::vector<uint8_t>& value, std::u16string& member);
 
 // The pieces of a buffer cut at each terminating NUL (a 16-bit zero in the

@@ -1,5 +1,6 @@
 #include "data/record.h"
 
+#include <sstream>
 #include <string>
 
 #include "core/debug_logger.h"
@@ -7,8 +8,15 @@
 
 namespace PIM {
 
-Priority priorityFromStore(LONG value) {
-  PIM_ENTRY("PIM::priorityFromStore");
+void logErrorAt(const LogSite& site, const std::string& text) {
+  std::ostringstream line;
+  writeLogHeader(line, site.file, site.line, site.function);
+  line << " ERR> " << text;
+  DebugLogger::instance().write(line.str());
+  countErrorLine();
+}
+
+Priority priorityFromStore(const LogSite& site, LONG value) {
   switch (value) {
     case -1:
       return PriorityLow;
@@ -17,19 +25,19 @@ Priority priorityFromStore(LONG value) {
     case 1:
       return PriorityHigh;
     default:
-      PIM_LOG_ERR("Invalid priority value.");
+      logErrorAt(site, "Invalid priority value.");
       return PriorityUnknown;
   }
 }
 
-std::u16string priorityText(Priority priority) {
-  return enumText(priority, {u"Unknown", u"Normal", u"Low", u"High"});
+std::u16string priorityText(const LogSite& site, Priority priority) {
+  return enumText(site, priority, {u"Unknown", u"Normal", u"Low", u"High"});
 }
 
-std::u16string enumText(int32_t value, std::initializer_list<const char16_t*> texts) {
-  PIM_ENTRY("PIM::enumText");
+std::u16string enumText(const LogSite& site, int32_t value,
+                        std::initializer_list<const char16_t*> texts) {
   if (value < 0 || static_cast<size_t>(value) >= texts.size()) {
-    PIM_LOG_ERR("Invalid data type.");
+    logErrorAt(site, "Invalid data type.");
     return u"invalid";
   }
   return texts.begin()[value];

@@ -16,8 +16,10 @@
 
 #include <cstdint>
 #include <initializer_list>
+#include <sstream>
 #include <string>
 
+#include "mapi/com_error.h"
 #include "mapi/mapi.h"
 #include "mapi/mapi_ptr.h"
 
@@ -42,14 +44,27 @@ enum Priority : int32_t {
   PriorityHigh = 3
 };
 
+// Where an operation writes a log line: its file, the line and its name.
+// Helpers that log on an operation's behalf take its site, so that the line
+// names the operation and not the helper: priorityFromStore(PIM_LOG_SITE, v).
+struct LogSite {
+  const char* file;
+  int line;
+  const char* function;
+};
+
+// An error line as written at `site`.
+void logErrorAt(const LogSite& site, const std::string& text);
+
 // The store's PR_PRIORITY (-1, 0, 1) as a Priority; anything else logs
 // "Invalid priority value." and gives PriorityUnknown.
-Priority priorityFromStore(LONG value);
-std::u16string priorityText(Priority priority);
+Priority priorityFromStore(const LogSite& site, LONG value);
+std::u16string priorityText(const LogSite& site, Priority priority);
 
 // texts[value], or "invalid" with the log line "Invalid data type." when the
 // value lies outside the table.
-std::u16string enumText(int32_t value, std::initializer_list<const char16_t*> texts);
+std::u16string enumText(const LogSite& site, int32_t value,
+                        std::initializer_list<const char16_t*> texts);
 
 // Appends ` name="value"` with the value escaped for XML.
 void appendAttribute(std::u16string& out, const char16_t* name, const std::u16string& value);
@@ -62,3 +77,14 @@ std::u16string decimal(uint64_t value);
 std::u16string decimal(int64_t value);
 
 }  // namespace PIM
+
+// The calling operation's site (needs its PIM_ENTRY).
+#define PIM_LOG_SITE (::PIM::LogSite{__FILE__, __LINE__, pimEntry_.function})
+#define PIM_LOG_ERR_AT(site, message)        \
+  do {                                       \
+    ::std::ostringstream pimText_;           \
+    pimText_ << message;                     \
+    ::PIM::logErrorAt(site, pimText_.str()); \
+  } while (0)
+#define PIM_LOG_HR_AT(site, hr, context) \
+  PIM_LOG_ERR_AT(site, "HR Error: " << ::PIM::hrText(hr) << ": " << context)

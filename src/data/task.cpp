@@ -105,7 +105,7 @@ HRESULT Task::makeDataRow(const std::vector<NameIdPair>& pairs, const MAPIProper
   if (settings().captureBody) row.getWstring(PR_BODY_W, task.body, source);
   LONG value = 0;
   if (settings().capturePriority && row.getLong(PR_PRIORITY, value) == S_OK)
-    task.priority = priorityFromStore(value);
+    task.priority = priorityFromStore(PIM_LOG_SITE, value);
   if (settings().captureStatus && row.getLong(pairs[kStatus].tag, value) == S_OK) {
     if (value >= 0 && value <= 4) {
       task.status = static_cast<TaskStatus>(value + 1);
@@ -138,12 +138,13 @@ std::u16string Task::toXMLString() const {
 std::u16string Task::statusToStr(TaskStatus status) {
   PIM_ENTRY("PIM::Task::statusToStr");
   return enumText(
-      status, {u"Unknown", u"Not started", u"In progress", u"Completed", u"Waiting", u"Deferred"});
+      PIM_LOG_SITE, status,
+      {u"Unknown", u"Not started", u"In progress", u"Completed", u"Waiting", u"Deferred"});
 }
 
 std::u16string Task::priorityToStr(Priority priority) {
   PIM_ENTRY("PIM::Task::priorityToStr");
-  return priorityText(priority);
+  return priorityText(PIM_LOG_SITE, priority);
 }
 
 }  // namespace PIM

@@ -32,23 +32,23 @@ HRESULT openRootFolder(IMsgStore* store, ComPtr<IUnknown>& root) {
   return store->OpenEntry(0, nullptr, nullptr, MAPI_BEST_ACCESS, &type, root.putUnknown());
 }
 
-// Every byte of a property stream.
-HRESULT readStream(IUnknown* object, ULONG tag, std::string& bytes) {
-  PIM_ENTRY("PIM::OutlookUtils::readStream");
+// Every byte of a property stream. On failure `failure` tells which step
+// failed, for the caller's log line.
+HRESULT readStream(IUnknown* object, ULONG tag, std::string& bytes, const char*& failure) {
   if (!object) {
-    PIM_LOG_HR(E_INVALIDARG, "Invalid object.");
+    failure = "Invalid object.";
     return E_INVALIDARG;
   }
   ComPtr<IMessage> message;
   HRESULT hr = object->QueryInterface(IID_IMessage, message.putVoid());
   if (FAILED(hr)) {
-    PIM_LOG_HR(hr, "Failed to get the message interface.");
+    failure = "Failed to get the message interface.";
     return hr;
   }
   ComPtr<IStream> stream;
   hr = message->OpenProperty(tag, &IID_IStream, STGM_READ, 0, stream.putUnknown());
   if (FAILED(hr)) {
-    PIM_LOG_HR(hr, "Failed to open the property stream.");
+    failure = "Failed to open the property stream.";
     return hr;
   }
   bytes.clear();
@@ -57,7 +57,7 @@ HRESULT readStream(IUnknown* object, ULONG tag, std::string& bytes) {
     ULONG got = 0;
     hr = stream->Read(buffer, sizeof buffer, &got);
     if (FAILED(hr)) {
-      PIM_LOG_HR(hr, "Failed to read the property stream.");
+      failure = "Failed to read the property stream.";
       return hr;
     }
     if (got == 0) break;
@@ -334,8 +334,12 @@ HRESULT getEntryStringProperty(IUnknown* object, ULONG tag, std::u16string& text
   PIM_ENTRY("PIM::OutlookUtils::getEntryStringProperty");
   try {
     std::string bytes;
-    const HRESULT hr = readStream(object, tag, bytes);
-    if (FAILED(hr)) return hr;
+    const char* failure = "";
+    const HRESULT hr = readStream(object, tag, bytes, failure);
+    if (FAILED(hr)) {
+      PIM_LOG_HR(hr, failure);
+      return hr;
+    }
     text = streamText(tag, bytes);
     return S_OK;
   } catch (const std::bad_alloc&) {

@@ -196,11 +196,19 @@ TEST_F(UtilsTest, LongTextsAreReadWholeThroughStreams) {
   EXPECT_EQ(getEntryStringProperty(item.get(), PR_BODY_W, text), MAPI_E_CALL_FAILED);
   EXPECT_EQ(getEntryStringProperty(inbox.get(), idOf("a1"), PR_BODY_W, utf8),
             MAPI_E_INVALID_ENTRYID);
+  EXPECT_EQ(getEntryStringProperty(nullptr, PR_BODY_W, text), E_INVALIDARG);
+  EXPECT_EQ(getEntryStringProperty(folder("inbox").get(), PR_BODY_W, text), E_NOINTERFACE);
   EXPECT_EQ(text, u"Gr\u00fc\u00dfe") << "failures leave the output alone";
-  EXPECT_EQ(log.messages(),
-            (std::vector<std::string>{"HR Error: 0x8004010f: Failed to open the property stream.",
-                                      "HR Error: 0x80004005: Failed to read the property stream.",
-                                      "HR Error: 0x80040107: Failed to open the item."}));
+  // Every line is the operation's own, whichever step failed.
+  std::vector<std::string> written;
+  for (const std::string& line : log.lines()) written.push_back(line.substr(line.find(" : ") + 3));
+  const std::string op = "PIM::OutlookUtils::getEntryStringProperty() > ERR> HR Error: ";
+  EXPECT_EQ(written,
+            (std::vector<std::string>{op + "0x8004010f: Failed to open the property stream.",
+                                      op + "0x80004005: Failed to read the property stream.",
+                                      op + "0x80040107: Failed to open the item.",
+                                      op + "0x80070057: Invalid object.",
+                                      op + "0x80004002: Failed to get the message interface."}));
 }
 
 // Every store call failing, each in turn and always, with an error, a busy
