@@ -144,8 +144,7 @@ void show(PreferenceValues& prefs, const FolderCatalog& catalog, std::ostream& o
       out << "  " << toUtf8(catalog.describe(folder));
       // Chosen before folders were checked for their kind.
       const FolderCatalog::Folder* known = catalog.byIdentity(folder);
-      if (known && known->type != kind)
-        out << "  (not a " << folderNodeTypeName(kind) << " folder)";
+      if (known && known->type != kind) out << "  (for " << folderNodeTypeName(known->type) << ")";
       out << "\n";
     }
   }
@@ -223,7 +222,7 @@ bool mayAdd(PreferenceValues& values, FolderNodeType kind, const FolderCatalog::
     const std::vector<OutlookFolder>& list = folderList(values, other);
     if (std::find(list.begin(), list.end(), folder.identity) == list.end()) continue;
     err << "ferrant prefs: '" << path << "' is chosen already";
-    if (other != kind) err << " as a " << folderNodeTypeName(other) << " folder";
+    if (other != kind) err << " for " << folderNodeTypeName(other);
     err << "\n";
     return false;
   }

@@ -141,9 +141,27 @@ TEST_F(PrefsCommandTest, AFolderIsChosenOnlyForItsKindAndOnlyOnce) {
   EXPECT_EQ(stored(u"\\Calendar", u"captureFolderCount"), 2u);
   EXPECT_EQ(stored(u"\\Email", u"captureFolderCount"), 2u);
 
-  // Chosen in one kind, a folder cannot be chosen in another; listings show
-  // only the folders of their kind.
-  Preferences::instance().resetToDefaults();
+  // Settings chosen before kinds were checked: the show marks the folder,
+  // and it cannot be chosen for its own kind until removed from the other.
+  std::string why;
+  ASSERT_TRUE(Preferences::instance().change(
+      [](PreferenceValues& values) {
+        values.email.folders.push_back(values.tasks.folders.at(0));
+        values.tasks.folders.clear();
+        return true;
+      },
+      why));
+  ASSERT_EQ(run({}), kExitOk);
+  EXPECT_NE(out_.str().find("email folders:\n  " + box + "Inbox\n  " + box +
+                            "Inbox/Recibos & فواتير\n  " + box + "Tasks  (for tasks)\n"),
+            std::string::npos)
+      << out_.str();
+  EXPECT_EQ(run({"folders", "tasks", "add", box + "Tasks"}), kExitUsage);
+  EXPECT_EQ(err_.str(), "ferrant prefs: '" + box + "Tasks' is chosen already for email\n");
+  EXPECT_EQ(run({"folders", "email", "remove", box + "Tasks"}), kExitOk);
+  EXPECT_EQ(run({"folders", "tasks", "add", box + "Tasks"}), kExitOk);
+
+  // Listings show only the folders of their kind.
   ASSERT_EQ(run({"folders", "email", "list"}), kExitOk);
   EXPECT_EQ(out_.str().find("Tasks"), std::string::npos);
   EXPECT_NE(out_.str().find("* " + box + "Inbox\n"), std::string::npos);

@@ -19,7 +19,7 @@ bool settingsUsable(std::ostream& err) {
       return true;
     case KeyStoreState::Damaged:
       err << "ferrant: " << state.message
-          << " Nothing else was done: check the settings with 'ferrant prefs', then run the "
+          << " This run stops here: check the settings with 'ferrant prefs', then run the "
              "command again.\n";
       return false;
     case KeyStoreState::Unreadable:
