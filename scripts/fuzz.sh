@@ -2,8 +2,9 @@
 # Runs one libFuzzer target for a while from its seed corpus:
 #   scripts/fuzz.sh build/fuzz/src/core/language_file_fuzz [seconds]
 # Seeds: fuzz/corpus/<target>/ in the repository, and for the MAPI blob
-# parsers the captured blobs in ../shared/testdata when present. New inputs
-# go to a scratch folder, never into the repository.
+# parsers the captured blobs in ../shared/testdata when present. New inputs,
+# and whatever a target writes to the temporary folder, go to a scratch
+# folder, never into the repository.
 set -euo pipefail
 target=${1:?fuzz target}
 seconds=${2:-60}
@@ -22,5 +23,5 @@ if [ -d "$root/../shared/testdata/mapi-blobs" ] && [[ $name == *recurrence* || $
 fi
 mkdir -p "$work/new"
 echo "fuzzing $name for ${seconds}s"
-"$target" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -print_final_stats=1 \
+TMPDIR="$work" "$target" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -print_final_stats=1 \
   "$work/new" "${seeds[@]}" 2>&1 | tail -n 12
