@@ -6,8 +6,12 @@
 #include <cstring>
 #include <ostream>
 #include <string>
+#include <thread>
 
 #include "addin/outlook_app.h"
+#include "app/data_folder.h"
+#include "app/data_folder_lock.h"
+#include "app/data_index_reader.h"
 #include "app/exit_codes.h"
 #include "app/run_report.h"
 #include "app/store_session.h"
@@ -24,22 +28,26 @@ namespace PIM {
 namespace {
 
 const char kCaptureUsage[] =
-    "usage: ferrant capture [--store FILE] [--data-dir DIR]\n"
+    "usage: ferrant capture [--store FILE] [--data-dir DIR] [--force] [--no-wait]\n"
     "\n"
     "Captures the chosen folders once, as the toolbar's capture button does: each\n"
     "folder gets a new data file, stale files are deleted and DataDirectory.xml is\n"
-    "written again. Ctrl-C cancels: the folders not yet read are left out of the\n"
-    "new index (their old files go with the stale ones), and the run still cleans\n"
-    "up and writes the index.\n"
+    "written again. Ctrl-C cancels: the folders not yet read keep the files the\n"
+    "previous index names, and the run still cleans up and writes the index.\n"
+    "A data folder is written by one ferrant at a time; a second one waits.\n"
     "\n"
     "  --store FILE     the store file to read (default: the bundled sample mailbox)\n"
     "  --data-dir DIR   where the files go (default: the data folder, see 'ferrant paths')\n"
+    "{options}"
     "\n"
-    "Exit status: 0 done, 1 some folder could not be read, 2 usage, 3 store or data\n"
-    "folder unusable, 130 cancelled.\n";
+    "Exit status: 0 done; 1 some of it failed (a folder not read, a file not written,\n"
+    "errors in the log), one line each on stderr; 2 usage, or a folder that is not\n"
+    "a data folder; 3 store or data folder unusable, or busy with --no-wait;\n"
+    "130 cancelled.\n";
 
 const char kWatchUsage[] =
-    "usage: ferrant watch [--store FILE] [--data-dir DIR] [--now] [--poll SECONDS]\n"
+    "usage: ferrant watch [--store FILE] [--data-dir DIR] [--force] [--no-wait] [--now]\n"
+    "                     [--poll SECONDS]\n"
     "\n"
     "Runs the capture controller as the add-in does in Outlook: captures on the\n"
     "timer of the capture mode and interval ('ferrant prefs'), and follows the store\n"
@@ -49,22 +57,141 @@ const char kWatchUsage[] =
     "\n"
     "  --store FILE     the store file to follow (default: the bundled sample mailbox)\n"
     "  --data-dir DIR   where the files go (default: the data folder, see 'ferrant paths')\n"
+    "{options}"
     "  --now            capture once at the start too, as the capture button would\n"
     "  --poll SECONDS   how often the store file is looked at (1 to 3600, default 2)\n";
+
+// Both commands write the data folder the same way.
+const char kDataFolderOptions[] =
+    "  --force          write into a folder that holds other files and no\n"
+    "                   DataDirectory.xml; a capture deletes every .xml file there\n"
+    "                   that it did not write itself\n"
+    "  --no-wait        when another ferrant is writing the data folder, exit (3)\n"
+    "                   instead of waiting for it\n";
+
+void showUsage(const char* usage, const Console& console) {
+  std::string text = usage;
+  const std::string marker = "{options}";
+  text.replace(text.find(marker), marker.size(), kDataFolderOptions);
+  console.out << text;
+}
 
 bool isHelp(const char* arg) { return !std::strcmp(arg, "--help") || !std::strcmp(arg, "-h"); }
 
 bool stopRequested(const Console& console) { return console.interrupted && console.interrupted(); }
 
-// The data folder the run will write, made if needed; empty with a message
-// when it cannot be.
-std::u16string usableDataFolder(const char* command, const Console& console) {
-  const std::u16string folder = getDataFolder();
+// How a command may use its data folder.
+struct DataFolderOptions {
+  bool force = false;   // even one holding files of its own
+  bool noWait = false;  // exit when another ferrant is using it
+};
+
+// Takes the options both commands know; false when `arg` is none of them.
+bool takeDataFolderOption(const char* arg, DataFolderOptions& options) {
+  if (!std::strcmp(arg, "--force")) return options.force = true;
+  if (!std::strcmp(arg, "--no-wait")) return options.noWait = true;
+  return false;
+}
+
+// The data folder the runs will write, made if needed, or why not (the
+// exit status, with the message written).
+int checkDataFolder(const char* command, const DataFolderOptions& options, const Console& console,
+                    std::u16string& folder) {
+  folder = getDataFolder();
   if (folder.empty()) {
     console.err << "ferrant " << command
                 << ": the data folder cannot be made (see the log: ferrant paths)\n";
+    return kExitStore;
   }
-  return folder;
+  const std::string shown = toUtf8(folder);
+  switch (inspectDataFolder(folder)) {
+    case DataFolderState::NotAFolder:
+      console.err << "ferrant " << command << ": the data folder " << shown
+                  << " is not a folder that can be read\n";
+      return kExitStore;
+    case DataFolderState::Foreign:
+      if (options.force) break;
+      console.err << "ferrant " << command << ": " << shown
+                  << " holds other files and no DataDirectory.xml. A capture deletes every .xml "
+                     "file in its data folder that it did not write, so it writes only into an "
+                     "empty folder or an earlier data folder. Choose another folder with "
+                     "--data-dir, or give --force to use this one.\n";
+      return kExitUsage;
+    case DataFolderState::Usable:
+      break;
+  }
+  return kExitOk;
+}
+
+// Takes the data folder's lock, waiting for another ferrant to let it go
+// unless told not to; the exit status, with the message written, when the
+// lock cannot be had or the folder not written.
+int lockDataFolder(const char* command, const DataFolderOptions& options, const Console& console,
+                   const std::u16string& folder, DataFolderLock& lock) {
+  bool toldWaiting = false;
+  for (;;) {
+    std::string error;
+    switch (lock.tryAcquire(error)) {
+      case DataFolderLock::Result::Acquired:
+        if (canWriteInto(folder)) return kExitOk;
+        lock.release();
+        error = "no file can be made there";
+        [[fallthrough]];
+      case DataFolderLock::Result::Failed:
+        console.err << "ferrant " << command << ": cannot write into the data folder "
+                    << toUtf8(folder) << " (" << error << ")\n";
+        return kExitStore;
+      case DataFolderLock::Result::Busy:
+        break;
+    }
+    if (options.noWait) {
+      console.err << "ferrant " << command << ": another ferrant is writing into " << toUtf8(folder)
+                  << " (--no-wait: not waiting for it)\n";
+      return kExitStore;
+    }
+    if (!toldWaiting) {
+      console.err << "ferrant " << command << ": another ferrant is writing into " << toUtf8(folder)
+                  << "; waiting for it to finish...\n"
+                  << std::flush;
+      toldWaiting = true;
+    }
+    if (stopRequested(console)) return kExitInterrupted;
+    std::this_thread::sleep_for(console.poll);
+  }
+}
+
+// Gives the controller's folders the files the folder's index names, so
+// that a folder this run does not read keeps its file and its index line.
+// An index that cannot be read is left out with a warning.
+void adoptPreviousIndex(const char* command, const std::u16string& folder, DataCapture& capture,
+                        const Console& console) {
+  std::vector<DataDirectoryEntry> entries;
+  std::string error;
+  if (!readDataDirectory(folder, entries, error)) {
+    console.err << "ferrant " << command << ": ignoring "
+                << toUtf8(folder + kPathSeparator + kDataDirectoryName) << " (" << error
+                << "); folders not captured now lose their files\n";
+    return;
+  }
+  capture.adoptPreviousFiles(entries);
+}
+
+// Whether the run did all it set out to do; a cancel is not a failure.
+bool runFailed(const DataCapture::RunSummary& summary) {
+  return summary.run == 0 || !summary.indexWritten || summary.filesFailed != 0 ||
+         summary.errorsLogged != 0 || !summary.failures.empty() ||
+         (summary.foldersFailed != 0 && !summary.cancelled);
+}
+
+// One line on the error stream for each thing the run could not do.
+void reportFailures(const char* command, const DataCapture::RunSummary& summary,
+                    const Console& console) {
+  if (summary.run == 0) {
+    console.err << "ferrant " << command << ": the capture did not start (see the log)\n";
+  }
+  for (const std::string& failure : summary.failures)
+    console.err << "ferrant " << command << ": " << failure << "\n";
+  console.err << std::flush;
 }
 
 // Starts the action window on this thread, which then serves the
@@ -108,22 +235,28 @@ std::string modeText(const Preferences& prefs) {
 
 int runCapture(int argc, char** argv, StoreSession& /*session*/, const Console& console) {
   PIM_ENTRY("ferrant::runCapture");
-  if (argc >= 1 && isHelp(argv[0])) {
-    console.out << kCaptureUsage;
-    return kExitOk;
-  }
-  if (argc >= 1) {
-    console.err << "ferrant capture: unexpected argument '" << argv[0]
+  DataFolderOptions options;
+  for (int i = 0; i < argc; ++i) {
+    if (isHelp(argv[i])) {
+      showUsage(kCaptureUsage, console);
+      return kExitOk;
+    }
+    if (takeDataFolderOption(argv[i], options)) continue;
+    console.err << "ferrant capture: unexpected argument '" << argv[i]
                 << "' (see ferrant capture --help)\n";
     return kExitUsage;
   }
   Preferences::instance().load();
-  const std::u16string dataFolder = usableDataFolder("capture", console);
-  if (dataFolder.empty()) return kExitStore;
+  std::u16string dataFolder;
+  if (const int status = checkDataFolder("capture", options, console, dataFolder)) return status;
+  DataFolderLock lock(dataFolder);
+  if (const int status = lockDataFolder("capture", options, console, dataFolder, lock))
+    return status;
   MessageLoop* loop = startActionWindow("capture", console);
   if (!loop) return kExitStore;
 
   DataCapture* capture = DataCapture::instance();
+  adoptPreviousIndex("capture", dataFolder, *capture, console);
   capture->captureNow();
   ProgressLine line(console.out);
   bool cancelled = false;
@@ -140,23 +273,31 @@ int runCapture(int argc, char** argv, StoreSession& /*session*/, const Console& 
   DataCapture::freeInstance();
 
   const std::vector<std::string> parts = describeRun(summary);
+  const std::string index = toUtf8(dataFolder + kPathSeparator + kDataDirectoryName);
   console.out << "Folders: " << parts[0] << "\n"
               << "Items:   " << parts[1] << "\n"
               << "Files:   " << parts[2] << "\n"
-              << "Index:   " << toUtf8(dataFolder + kPathSeparator + kDataDirectoryName) << "\n";
+              << "Index:   " << (summary.indexWritten ? index : "not written, " + index + " kept")
+              << "\n";
+  if (summary.errorsLogged != 0)
+    console.out << "Errors:  " << describeLoggedErrors(summary) << "\n";
+  console.out << std::flush;
+  reportFailures("capture", summary, console);
   if (summary.cancelled) return kExitInterrupted;
-  return summary.foldersFailed != 0 ? kExitRejected : kExitOk;
+  return runFailed(summary) ? kExitRejected : kExitOk;
 }
 
 int runWatch(int argc, char** argv, StoreSession& session, const Console& console) {
   PIM_ENTRY("ferrant::runWatch");
+  DataFolderOptions options;
   bool captureAtStart = false;
   uint32_t pollSeconds = 2;
   for (int i = 0; i < argc; ++i) {
     if (isHelp(argv[i])) {
-      console.out << kWatchUsage;
+      showUsage(kWatchUsage, console);
       return kExitOk;
     }
+    if (takeDataFolderOption(argv[i], options)) continue;
     if (!std::strcmp(argv[i], "--now")) {
       captureAtStart = true;
     } else if (!std::strcmp(argv[i], "--poll") && i + 1 < argc) {
@@ -175,8 +316,13 @@ int runWatch(int argc, char** argv, StoreSession& session, const Console& consol
   }
   Preferences& prefs = Preferences::instance();
   prefs.load();
-  const std::u16string dataFolder = usableDataFolder("watch", console);
-  if (dataFolder.empty()) return kExitStore;
+  std::u16string dataFolder;
+  if (const int status = checkDataFolder("watch", options, console, dataFolder)) return status;
+  // Each run takes the lock for itself; this first look only finds out
+  // early whether the folder can be written and is free.
+  DataFolderLock lock(dataFolder);
+  if (const int status = lockDataFolder("watch", options, console, dataFolder, lock)) return status;
+  lock.release();
   MessageLoop* loop = startActionWindow("watch", console);
   if (!loop) return kExitStore;
 

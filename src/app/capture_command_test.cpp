@@ -7,6 +7,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstring>
+#include <filesystem>
 #include <regex>
 #include <sstream>
 #include <string>
@@ -14,6 +15,7 @@
 #include <vector>
 
 #include "addin/outlook_app.h"
+#include "app/data_folder_lock.h"
 #include "app/exit_codes.h"
 #include "app/store_session.h"
 #include "capture/capture_test_util.h"
@@ -28,23 +30,40 @@ namespace {
 
 // A clock that moves a second on every look, so that the watch loop looks at
 // the store file on every pass without waiting; and the gate of the capture
-// tests, to hold a run where the test wants it.
+// tests, to hold a run where the test wants it (only the capture thread: the
+// command looks at the data folder too before it starts a run).
 class CommandEnv : public EnvWrapper {
  public:
   CommandEnv() : EnvWrapper(env()), scoped_(this) {}
   uint32_t tickCount() override { return ticks_ += 1000; }
   bool listFolder(const std::u16string& folder, std::vector<FolderEntry>& entries) override {
-    gate.pass(Step::ListDataFolder);
+    if (std::this_thread::get_id() != testThread_) gate.pass(Step::ListDataFolder);
     return target()->listFolder(folder, entries);
+  }
+  std::unique_ptr<WritableFile> openForWriting(const std::u16string& path) override {
+    if (refuseWrites) return nullptr;
+    if (!fullDiskFor.empty() && path.find(fullDiskFor) != std::u16string::npos)
+      return std::make_unique<FullDiskFile>();
+    return target()->openForWriting(path);
   }
   OpenAlwaysResult openAlways(const std::u16string& path) override {
     gate.pass(Step::CreateFile);
     return target()->openAlways(path);
   }
   Gate gate;
+  // Set before a run only.
+  bool refuseWrites = false;
+  std::u16string fullDiskFor;  // files whose path holds this text find the disk full
 
  private:
+  // Opens, then takes no byte.
+  struct FullDiskFile : WritableFile {
+    size_t write(const void*, size_t) override { return 0; }
+    bool close() override { return false; }
+  };
+
   std::atomic<uint32_t> ticks_{0};
+  const std::thread::id testThread_ = std::this_thread::get_id();
   ScopedEnv scoped_;
 };
 
@@ -132,15 +151,14 @@ TEST_F(CaptureCommandTest, CaptureRunsOnceAndSumsUp) {
   expectFilesValid();
 }
 
-TEST_F(CaptureCommandTest, CtrlCCancelsTheRunWhichStillWritesTheIndex) {
+TEST_F(CaptureCommandTest, CtrlCCancelsTheRunWhichKeepsTheFilesOfTheFoldersNotRead) {
   ASSERT_EQ(run(runCapture, {}), kExitOk);
   const std::vector<std::string> before = indexedFiles();
 
   // The run is held after the contacts' read; Ctrl-C comes only then, since
   // a cancel during the read would drop the contacts too, and the gate opens
-  // once the cancel has arrived. A new controller knows no earlier files: the
-  // folders it did not read have none, so their old files go as stale ones
-  // and the index lists the contacts only.
+  // once the cancel has arrived. The new process took the earlier index's
+  // files over: the tasks and the calendar keep theirs.
   env_.gate.arm(Step::CreateFile);
   std::thread opener([this] {
     ASSERT_TRUE(env_.gate.waitArrived());
@@ -157,12 +175,15 @@ TEST_F(CaptureCommandTest, CtrlCCancelsTheRunWhichStillWritesTheIndex) {
   EXPECT_EQ(output(),
             "Folders: cancelled, 1 folder captured, 2 not read (cancelled)\n"
             "Items:   0 appointments, 9 contacts, 0 e-mails, 0 tasks\n"
-            "Files:   1 file written, 3 deleted, t s\n"
+            "Files:   1 file written, 1 deleted, t s\n"
             "Index:   DATA/DataDirectory.xml\n");
+  EXPECT_EQ(err_.str(), "");
   const std::vector<std::string> after = indexedFiles();
-  ASSERT_EQ(after.size(), 1u);
+  ASSERT_EQ(after.size(), 3u);
   EXPECT_NE(after[0], before[0]) << "contacts come first and were read again";
-  for (const std::string& name : before) EXPECT_FALSE(fileExists(data_.file(fromUtf8(name))));
+  EXPECT_FALSE(fileExists(data_.file(fromUtf8(before[0]))));
+  EXPECT_EQ(after[1], before[1]);
+  EXPECT_EQ(after[2], before[2]);
   expectFilesValid();
 }
 
@@ -233,6 +254,217 @@ TEST_F(CaptureCommandTest, WatchStopsOnlyOnceTheRunInProgressHasEnded) {
   EXPECT_EQ(text.substr(text.find('\n', report) + 1), "Stopped.\n");
   EXPECT_EQ(indexedFiles().size(), 3u);
   expectFilesValid();
+}
+
+TEST_F(CaptureCommandTest, ADamagedOrForeignIndexIsIgnoredWithAWarning) {
+  const std::string header = std::string("<?xml version=\"1.0\" encoding=\"utf-8\"?>\r\n") +
+                             "<xmlData xmlns=\"" + kDataSchemaUrl + "\">\r\n";
+  struct Case {
+    std::string index;
+    const char* reason;
+  } const cases[] = {
+      {"{\"not\": \"xml\"}", "line 1: not the XML declaration of a data file"},
+      {"<?xml version=\"1.0\" encoding=\"utf-8\"?>\r\n<project>\r\n",
+       "line 2: not the xmlData element of a data file"},
+      {header +
+           "<dataFile name=\"../../.profile\" type=\"tasks\" entryId=\"00\"/>\r\n</xmlData>\r\n",
+       "line 3: not a file name"},
+      {header + "<dataFile name=\"CVTK1.XML\" type=\"tasks\" entryId=\"00\"/>\r\n",
+       "line 4: not a dataFile"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.reason);
+    writeFileBytes(data_.file(kDataDirectoryName), c.index);
+    EXPECT_EQ(run(runCapture, {}), kExitOk);
+    EXPECT_EQ(err_.str(), "ferrant capture: ignoring " + toUtf8(data_.file(kDataDirectoryName)) +
+                              " (" + c.reason + "); folders not captured now lose their files\n");
+    EXPECT_EQ(indexedFiles().size(), 3u);
+    expectFilesValid();
+  }
+}
+
+// The exit status: 1 whenever some of the work failed, with one line on the
+// error stream for each failure.
+
+// The sample mailbox with the first recurrence blob replaced by one that
+// the pattern reader rejects.
+std::string withRejectedRecurrence(std::string box) {
+  const size_t property = box.find("\"id\": \"0x8216\"}");
+  const size_t value = box.find("\"value\": {", property);
+  EXPECT_NE(value, std::string::npos);
+  size_t end = value + std::strlen("\"value\": ");
+  int depth = 0;
+  do {
+    if (box[end] == '{') ++depth;
+    if (box[end] == '}') --depth;
+    ++end;
+  } while (depth > 0 && end < box.size());
+  return box.replace(value, end - value, "\"value\": \"04300430 0A20\"");
+}
+
+TEST_F(CaptureCommandTest, FailuresMakeExitStatusOneWithALineEach) {
+  // Every folder file finds the disk full.
+  env_.fullDiskFor = u".XML";
+  EXPECT_EQ(run(runCapture, {}), kExitRejected);
+  EXPECT_NE(output().find("Files:   0 files written, 3 not written, 0 deleted, t s\n"),
+            std::string::npos)
+      << output();
+  std::istringstream errors(err_.str());
+  const std::string prefix =
+      "ferrant capture: could not write " + toUtf8(data_.path() + kPathSeparator + u"CVTK");
+  int lines = 0;
+  for (std::string line; std::getline(errors, line); ++lines) {
+    EXPECT_EQ(line.rfind(prefix, 0), 0u) << line;
+    EXPECT_EQ(line.substr(line.size() - 4), ".XML") << line;
+  }
+  EXPECT_EQ(lines, 3);
+
+  // The index cannot be written: the old one stays.
+  env_.fullDiskFor.clear();
+  ASSERT_EQ(run(runCapture, {}), kExitOk) << err_.str();
+  const std::string index = readFileBytes(data_.file(kDataDirectoryName));
+  env_.fullDiskFor = kDataDirectoryName;
+  EXPECT_EQ(run(runCapture, {}), kExitRejected);
+  EXPECT_NE(output().find("Index:   not written, DATA/DataDirectory.xml kept\n"), std::string::npos)
+      << output();
+  EXPECT_EQ(err_.str(),
+            "ferrant capture: could not write " + toUtf8(data_.file(kDataDirectoryName)) + "\n");
+  EXPECT_EQ(readFileBytes(data_.file(kDataDirectoryName)), index);
+  expectFilesValid();
+
+  // A recurrence blob the capture rejects is an error line in the log.
+  env_.fullDiskFor.clear();
+  writeFileBytes(storePath(), withRejectedRecurrence(readFileBytes(storePath())));
+  StoreSession rejecting;
+  std::string error;
+  ASSERT_TRUE(rejecting.open(storePath(), error)) << error;
+  EXPECT_EQ(run(runCapture, {}), kExitRejected);
+  EXPECT_NE(output().find("\nErrors:  1 error line in the log"), std::string::npos) << output();
+  EXPECT_NE(output().find("Files:   3 files written"), std::string::npos) << output();
+}
+
+// The data folder: a run writes only where it may delete ".xml" files, one
+// process at a time, and says so when it cannot write at all.
+
+TEST_F(CaptureCommandTest, AFolderWithOtherFilesIsRefusedUnlessForced) {
+  writeFileBytes(data_.file(u"pom.xml"), "<project/>");
+  writeFileBytes(data_.file(u"Report.XML"), "<report/>");
+  for (const auto command : {runCapture, runWatch}) {
+    EXPECT_EQ(run(command, {}, [] { return true; }), kExitUsage);
+    EXPECT_NE(err_.str().find(" holds other files and no DataDirectory.xml."), std::string::npos)
+        << err_.str();
+    EXPECT_NE(err_.str().find("--force"), std::string::npos);
+  }
+  EXPECT_EQ(readFileBytes(data_.file(u"pom.xml")), "<project/>");
+  EXPECT_EQ(readFileBytes(data_.file(u"Report.XML")), "<report/>");
+  EXPECT_FALSE(fileExists(data_.file(u"DataDirectory.xml")));
+  EXPECT_FALSE(fileExists(data_.file(kDataFolderLockName))) << "nothing left behind";
+
+  // Insisting makes it a data folder like any other: its .xml files go.
+  ASSERT_EQ(run(runCapture, {"--force"}), kExitOk) << err_.str();
+  EXPECT_FALSE(fileExists(data_.file(u"pom.xml")));
+  EXPECT_EQ(indexedFiles().size(), 3u);
+  ASSERT_EQ(run(runCapture, {}), kExitOk) << err_.str();
+}
+
+TEST_F(CaptureCommandTest, EmptyFoldersAndEarlierDataFoldersAreUsed) {
+  struct Case {
+    const char* what;
+    std::vector<std::u16string> files;  // in the data folder before the run
+  } const cases[] = {
+      {"empty", {}},
+      {"an earlier data folder with a file of the user's", {u"DataDirectory.xml", u"notes.txt"}},
+      {"a run that ended before its index", {kDataFolderLockName, u"CVTK1a.XML"}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    TempDir folder;
+    setDataFolder(folder.path());
+    for (const std::u16string& name : c.files) writeFileBytes(folder.file(name), "");
+    EXPECT_EQ(run(runCapture, {}), kExitOk) << err_.str();
+    EXPECT_TRUE(fileExists(folder.file(kDataDirectoryName)));
+    EXPECT_TRUE(fileExists(folder.file(kDataFolderLockName)));
+    EXPECT_FALSE(fileExists(folder.file(u"CVTK1a.XML"))) << "stale";
+    for (const std::u16string& name : c.files) {
+      if (name == u"notes.txt") {
+        EXPECT_TRUE(fileExists(folder.file(name))) << "not an .xml file";
+      }
+    }
+  }
+}
+
+TEST_F(CaptureCommandTest, ADataFolderThatCannotBeWrittenStopsTheCommand) {
+  // A file where the folder should be.
+  const std::u16string file = data_.file(u"plain-file");
+  writeFileBytes(file, "x");
+  setDataFolder(file);
+  for (const auto command : {runCapture, runWatch}) {
+    EXPECT_EQ(run(command, {}, [] { return true; }), kExitStore);
+    EXPECT_NE(err_.str().find(": the data folder " + toUtf8(file) +
+                              " is not a folder that can be read\n"),
+              std::string::npos)
+        << err_.str();
+    EXPECT_EQ(out_.str(), "");
+  }
+  EXPECT_EQ(readFileBytes(file), "x");
+
+  // A folder where the lock can be had but no data file made.
+  TempDir fresh;
+  setDataFolder(fresh.path());
+  env_.refuseWrites = true;
+  EXPECT_EQ(run(runCapture, {}), kExitStore);
+  EXPECT_EQ(err_.str(), "ferrant capture: cannot write into the data folder " +
+                            toUtf8(fresh.path()) + " (no file can be made there)\n");
+  EXPECT_EQ(out_.str(), "");
+}
+
+TEST_F(CaptureCommandTest, AReadOnlyDataFolderStopsTheCommand) {
+  const std::u16string locked = data_.file(u"read-only");
+  ASSERT_TRUE(std::filesystem::create_directory(std::filesystem::path(locked)));
+  std::filesystem::permissions(
+      std::filesystem::path(locked),
+      std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
+  writeFileBytes(locked + kPathSeparator + u"probe", "");
+  const bool writable = fileExists(locked + kPathSeparator + u"probe");
+  if (!writable) {
+    setDataFolder(locked);
+    EXPECT_EQ(run(runCapture, {}), kExitStore);
+    EXPECT_NE(err_.str().find("ferrant capture: cannot write into the data folder " +
+                              toUtf8(locked) + " ("),
+              std::string::npos)
+        << err_.str();
+  }
+  std::filesystem::permissions(std::filesystem::path(locked), std::filesystem::perms::owner_all);
+  if (writable) GTEST_SKIP() << "these tests may write into a read-only folder (root)";
+}
+
+TEST_F(CaptureCommandTest, ASecondCommandWaitsForTheFolderOrExitsWithNoWait) {
+  DataFolderLock other(data_.path());
+  std::string error;
+  ASSERT_EQ(other.tryAcquire(error), DataFolderLock::Result::Acquired) << error;
+
+  EXPECT_EQ(run(runCapture, {"--no-wait"}), kExitStore);
+  EXPECT_EQ(err_.str(), "ferrant capture: another ferrant is writing into " + toUtf8(data_.path()) +
+                            " (--no-wait: not waiting for it)\n");
+  EXPECT_EQ(run(runWatch, {"--no-wait", "--now"}, [] { return true; }), kExitStore);
+  EXPECT_FALSE(fileExists(data_.file(kDataDirectoryName)));
+
+  // Ctrl-C while waiting: nothing is written.
+  EXPECT_EQ(run(runCapture, {}, [] { return true; }), kExitInterrupted);
+  EXPECT_FALSE(fileExists(data_.file(kDataDirectoryName)));
+
+  // The other one finishes while this one waits: the run follows.
+  const int result = run(runCapture, {}, [&] {
+    if (err_.str().find("; waiting for it to finish...\n") != std::string::npos) other.release();
+    return false;
+  });
+  EXPECT_EQ(result, kExitOk) << err_.str();
+  EXPECT_EQ(err_.str(), "ferrant capture: another ferrant is writing into " + toUtf8(data_.path()) +
+                            "; waiting for it to finish...\n");
+  EXPECT_EQ(indexedFiles().size(), 3u);
+
+  // And while this command runs, the folder is its own.
+  EXPECT_EQ(other.tryAcquire(error), DataFolderLock::Result::Acquired) << "released at the end";
 }
 
 TEST_F(CaptureCommandTest, BadArgumentsAreUsageErrors) {

@@ -24,7 +24,13 @@ bool parseCommonOptions(int argc, char** argv, CommonOptions& options, std::stri
         *option.value = argv[i] + length + 1;
         taken = true;
       }
-      if (taken) break;
+      if (!taken) continue;
+      // An empty value would quietly mean the default.
+      if (option.value->empty()) {
+        error = std::string(option.name) + " needs a value, not empty text";
+        return false;
+      }
+      break;
     }
     if (!taken) options.rest.push_back(argv[i]);
   }

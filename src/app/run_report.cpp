@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <ostream>
 
+#include "core/debug_logger.h"
 #include "core/utils.h"
 
 namespace PIM {
@@ -31,9 +32,16 @@ std::vector<std::string> describeRun(const DataCapture::RunSummary& s) {
                             count(s.records[kFolderTasks], "task", "tasks");
   char seconds[32];
   std::snprintf(seconds, sizeof seconds, "%.1f s", s.elapsedMs / 1000.0);
-  const std::string files = count(s.filesWritten, "file written", "files written") + ", " +
-                            std::to_string(s.filesDeleted) + " deleted, " + seconds;
+  std::string files = count(s.filesWritten, "file written", "files written") + ", ";
+  if (s.filesFailed != 0) files += std::to_string(s.filesFailed) + " not written, ";
+  files += std::to_string(s.filesDeleted) + " deleted, " + seconds;
   return {folders, items, files};
+}
+
+std::string describeLoggedErrors(const DataCapture::RunSummary& s) {
+  const std::u16string log = DebugLogger::instance().path();
+  return count(s.errorsLogged, "error line", "error lines") + " in the log" +
+         (log.empty() ? std::string(" (see ferrant paths)") : ", " + toUtf8(log));
 }
 
 void ProgressLine::draw(const DataCapture::Progress& progress, uint32_t nowTicks) {

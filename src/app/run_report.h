@@ -17,6 +17,8 @@ namespace PIM {
 // "4 files written, 2 deleted, 0.3 s": the summary's three parts; the first
 // starts with "cancelled, " when the user stopped the run.
 std::vector<std::string> describeRun(const DataCapture::RunSummary& summary);
+// "2 error lines in the log, /home/u/.local/share/Corvel/CVTK_Logs/CVTK_DBG.log".
+std::string describeLoggedErrors(const DataCapture::RunSummary& summary);
 
 class ProgressLine {
  public:
