@@ -7,8 +7,11 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <condition_variable>
 #include <cstdlib>
+#include <functional>
 #include <map>
+#include <mutex>
 #include <set>
 #include <string>
 #include <vector>
@@ -34,6 +37,9 @@ constexpr unsigned kSpreadPlaces = 40;
 #else
 constexpr unsigned kSpreadPlaces = 100;
 #endif
+
+// A folder's open, and its read, begin with its contents table.
+constexpr char kReadStart[] = "IMAPIFolder::GetContentsTable";
 
 // The folders captured, in the controller's order, and the ones the add-in's
 // second run finds changed.
@@ -61,15 +67,57 @@ std::vector<uint8_t> hexBytes(const std::string& text) {
   return out;
 }
 
+// What happens at one store call of a run: it fails, or the user cancels
+// the run while it is made. At 0: nothing.
+struct Disturbance {
+  enum Kind { Fail, Cancel } kind = Fail;
+  unsigned at = 0;
+  HRESULT result = S_OK;
+};
+
+// Holds the capture thread at the disturbed call until the test has
+// cancelled the run.
+class Hold {
+ public:
+  void arrive() {
+    std::unique_lock<std::mutex> guard(lock_);
+    arrived_ = true;
+    changed_.notify_all();
+    changed_.wait_for(guard, kRunTimeout, [this] { return released_; });
+  }
+  // True once the run stands at the call; false if it ended first.
+  bool waitArrived(const DataCapture& capture) {
+    std::unique_lock<std::mutex> guard(lock_);
+    const auto deadline = std::chrono::steady_clock::now() + kRunTimeout;
+    while (!arrived_ && capture.isCapturing() && std::chrono::steady_clock::now() < deadline)
+      changed_.wait_for(guard, std::chrono::milliseconds(5));
+    return arrived_;
+  }
+  void release() {
+    std::lock_guard<std::mutex> guard(lock_);
+    released_ = true;
+    changed_.notify_all();
+  }
+
+ private:
+  std::mutex lock_;
+  std::condition_variable changed_;
+  bool arrived_ = false;
+  bool released_ = false;
+};
+
 // What one flow left, and what the controller said of it.
 struct FlowResult {
-  Snapshot before;  // the data folder the faulty run started from
+  Snapshot before;  // the data folder the disturbed run started from
   Snapshot after;
   DataCapture::RunSummary summary;
-  size_t monitored = 0;            // folders the faulty run's controller opened
+  size_t monitored = 0;            // folders the disturbed run's controller opened
   long storeReferencesLeft = 0;    // references to the store the controller kept
   int64_t buffersLeft = 0;         // MAPI buffers it did not free
-  std::vector<std::string> calls;  // of a run without fault
+  std::vector<std::string> calls;  // the store calls made, in order
+  unsigned runFirst = 0;           // the run's own calls: runFirst to runLast
+  unsigned runLast = 0;
+  bool cancelled = false;  // the run reached the cancel
 };
 
 class FaultSweepTest : public CaptureTest {
@@ -125,16 +173,31 @@ class FaultSweepTest : public CaptureTest {
     for (const std::string& name : dataFolderNames()) env()->removeFile(dataFile(fromUtf8(name)));
   }
 
-  // Arms the fault (position 0: none) and records the calls.
-  static void arm(store::ScopedFaults& faults, unsigned failAt, HRESULT result) {
-    faults->recordCalls();
-    if (failAt != 0) faults->failCall(store::FaultInjector::kAnyCall, result, failAt);
+  // Runs a capture as the user's thread does, meeting the disturbance if
+  // the run makes that call.
+  void disturbedRun(DataCapture* capture, store::ScopedFaults& faults, const Disturbance& d,
+                    FlowResult& r) {
+    Hold hold;
+    if (d.at != 0 && d.kind == Disturbance::Fail)
+      faults->failCall(store::FaultInjector::kAnyCall, d.result, d.at);
+    if (d.at != 0 && d.kind == Disturbance::Cancel)
+      faults->atCall(d.at, [&hold] { hold.arrive(); });
+    r.runFirst = faults->totalCalls() + 1;
+    capture->captureNow();
+    if (d.at != 0 && d.kind == Disturbance::Cancel) {
+      r.cancelled = hold.waitArrived(*capture);
+      if (r.cancelled) capture->cancelCapture();
+      hold.release();
+    }
+    ASSERT_TRUE(capture->waitForCapture(kRunTimeout));
+    r.runLast = faults->totalCalls();
+    r.summary = capture->lastRunSummary();
   }
 
  public:
   // One controller: a good run, three folders changed, then the run that
-  // meets the fault.
-  FlowResult addinFlow(unsigned failAt, HRESULT result) {
+  // is disturbed.
+  FlowResult addinFlow(const Disturbance& d) {
     FlowResult r;
     emptyDataFolder();
     const long references = profile_.use_count();
@@ -146,11 +209,10 @@ class FaultSweepTest : public CaptureTest {
     r.monitored = capture->getFolderCount();
     {
       store::ScopedFaults faults;
-      arm(faults, failAt, result);
-      runCapture(capture);
+      faults->recordCalls();
+      disturbedRun(capture, faults, d, r);
       r.calls = faults->recordedCalls();
     }
-    r.summary = capture->lastRunSummary();
     DataCapture::freeInstance();
     r.storeReferencesLeft = profile_.use_count() - references;
     r.buffersLeft = store::liveMapiBuffers() - buffers;
@@ -159,9 +221,9 @@ class FaultSweepTest : public CaptureTest {
   }
 
   // A controller writes the data folder and goes (once; later sweeps put
-  // its files back); a new one, handed the index, opens the folders, meets
-  // the fault, runs and goes.
-  FlowResult commandFlow(unsigned failAt, HRESULT result) {
+  // its files back); a new one, handed the index, opens the folders, runs
+  // into the disturbance and goes.
+  FlowResult commandFlow(const Disturbance& d) {
     FlowResult r;
     emptyDataFolder();
     if (earlier_.files.empty()) {
@@ -176,12 +238,14 @@ class FaultSweepTest : public CaptureTest {
     const int64_t buffers = store::liveMapiBuffers();
     {
       store::ScopedFaults faults;
-      arm(faults, failAt, result);
+      faults->recordCalls();
+      // Failures reach the folders' opening too; cancels only the run.
+      if (d.kind == Disturbance::Fail && d.at != 0)
+        faults->failCall(store::FaultInjector::kAnyCall, d.result, d.at);
       DataCapture* capture = DataCapture::instance();
       r.monitored = capture->getFolderCount();
       capture->adoptPreviousFiles(indexEntries(r.before));
-      runCapture(capture);
-      r.summary = capture->lastRunSummary();
+      disturbedRun(capture, faults, d.kind == Disturbance::Cancel ? d : Disturbance{}, r);
       DataCapture::freeInstance();
       r.calls = faults->recordedCalls();
     }
@@ -204,12 +268,76 @@ class FaultSweepTest : public CaptureTest {
     return bytes->second == full.at(key) ? Outcome::New : Outcome::Partial;
   }
 
-  using Flow = FlowResult (FaultSweepTest::*)(unsigned, HRESULT);
+  using Flow = FlowResult (FaultSweepTest::*)(const Disturbance&);
+  using Faults = std::map<std::string, std::vector<std::string>>;  // what -> where
 
-  // Sweeps one flow; `unchanged` are the tracked folders its faulty run
-  // must leave alone.
-  void sweep(Flow flow, const std::set<std::string>& unchanged) {
-    const FlowResult clean = (this->*flow)(0, S_OK);
+  // What is wrong with the folders' files after a run that one call
+  // failed: at most one folder may differ from a clean run, and only by
+  // keeping its previous file or by a partial read (a row the record
+  // cannot make is skipped; counted in `partial`).
+  void judgeFailure(const FlowResult& r, const std::map<std::string, std::string>& full,
+                    const std::set<std::string>& unchanged, const std::string& call,
+                    std::map<std::string, unsigned>& partial,
+                    const std::function<void(const std::string&)>& fault) {
+    const bool allMonitored = r.monitored == std::size(kFolders);
+    unsigned kept = 0;
+    unsigned deviations = 0;
+    for (const char* key : kFolders) {
+      const Outcome o = outcome(r, key, full);
+      const std::string folder = key;
+      if (unchanged.count(key)) {
+        if (o != Outcome::Kept) fault(folder + ", unchanged, did not keep its file");
+        continue;
+      }
+      if (o != Outcome::New) ++deviations;
+      if (o == Outcome::Kept) ++kept;
+      if (o == Outcome::Partial) ++partial[call];
+      if (o == Outcome::Broken) fault(folder + "'s file is not whole or changed in place");
+      // A folder the new controller could not open is not monitored: its
+      // file may go with the clean-up.
+      if (o == Outcome::Missing && allMonitored) fault(folder + " lost its file");
+    }
+    if (deviations > 1) fault("one failed call changed the outcome of several folders");
+    if (allMonitored && r.summary.foldersFailed != kept)
+      fault("the run counted other folders failed than those that kept their files");
+  }
+
+  // After a cancel at call `at`: the folders read before it have their new
+  // files; the one being read keeps its previous file, unless the cancel
+  // came with its table's last answer (lastAnswers[i], of the i-th folder
+  // read), when its read is complete and kept; the later ones keep theirs.
+  void judgeCancel(const FlowResult& r, const std::map<std::string, std::string>& full,
+                   const std::set<std::string>& unchanged, const std::vector<unsigned>& lastAnswers,
+                   unsigned at, const std::function<void(const std::string&)>& fault) {
+    if (!r.cancelled) return fault("the run ended before the call");
+    if (!r.summary.cancelled) fault("the run did not say it was cancelled");
+    unsigned kept = 0;
+    size_t read = 0;  // of the folders the run reads, in its order
+    for (const char* key : kFolders) {
+      const Outcome o = outcome(r, key, full);
+      const std::string folder = key;
+      if (unchanged.count(key)) {
+        if (o != Outcome::Kept) fault(folder + ", unchanged, did not keep its file");
+        continue;
+      }
+      const Outcome expected =
+          read < lastAnswers.size() && at >= lastAnswers[read] ? Outcome::New : Outcome::Kept;
+      ++read;
+      if (o == Outcome::Kept) ++kept;
+      if (o != expected) {
+        fault(folder + (expected == Outcome::New ? " lost a read the cancel came after"
+                                                 : " was not kept though its read was cancelled"));
+      }
+    }
+    if (r.summary.foldersFailed != kept)
+      fault("the run counted other folders failed or cancelled than those that kept their files");
+  }
+
+  // Sweeps one flow: every chosen store call fails, or is where the user
+  // cancels, in turn. `unchanged` are the tracked folders the run must
+  // leave alone.
+  void sweep(Flow flow, Disturbance::Kind kind, const std::set<std::string>& unchanged) {
+    const FlowResult clean = (this->*flow)(Disturbance{});
     ASSERT_TRUE(clean.after.problems.empty()) << clean.after.problems.front();
     std::map<std::string, std::string> full;  // folder key -> its file's bytes
     for (const char* key : kFolders) {
@@ -218,17 +346,26 @@ class FaultSweepTest : public CaptureTest {
     }
     ASSERT_GT(clean.calls.size(), 100u);
 
-    const std::vector<unsigned> positions = sweepPositions(clean.calls);
-    // What went wrong -> the calls whose failure did it; partial reads are
-    // allowed (a row the record cannot make is skipped) and only counted.
-    std::map<std::string, std::vector<std::string>> wrong;
+    // Each folder's read begins with its contents table and ends with the
+    // table's last answer, that it has no more rows.
+    std::vector<unsigned> lastAnswers;
+    for (unsigned i = clean.runFirst; i <= clean.runLast; ++i) {
+      if (clean.calls[i - 1] == kReadStart) lastAnswers.push_back(0);
+      if (clean.calls[i - 1] == "IMAPITable::QueryRows" && !lastAnswers.empty())
+        lastAnswers.back() = i;
+    }
+    // A cancel needs a call on the capture thread.
+    const std::vector<unsigned> positions =
+        kind == Disturbance::Fail ? sweepPositions(clean.calls, 1, clean.calls.size())
+                                  : sweepPositions(clean.calls, clean.runFirst, clean.runLast);
+    Faults wrong;
     std::map<std::string, unsigned> partial;
     const auto started = std::chrono::steady_clock::now();
     for (unsigned at : positions) {
       const std::string& call = clean.calls[at - 1];
       const HRESULT result =
           call.rfind("MAPIAllocate", 0) == 0 ? MAPI_E_NOT_ENOUGH_MEMORY : MAPI_E_CALL_FAILED;
-      const FlowResult r = (this->*flow)(at, result);
+      const FlowResult r = (this->*flow)(Disturbance{kind, at, result});
       if (HasFatalFailure()) return;
       const std::string place = std::to_string(at) + " " + call;
       auto fault = [&](const std::string& what) { wrong[what].push_back(place); };
@@ -236,61 +373,55 @@ class FaultSweepTest : public CaptureTest {
       if (r.storeReferencesLeft != 0) fault("the controller kept store objects");
       if (r.buffersLeft != 0) fault("MAPI buffers leaked");
       if (!r.summary.indexWritten) fault("the run did not write the index");
-
-      const bool allMonitored = r.monitored == std::size(kFolders);
-      unsigned failedFolders = 0;
-      unsigned deviations = 0;
-      for (const char* key : kFolders) {
-        const Outcome o = outcome(r, key, full);
-        const std::string folder = key;
-        if (unchanged.count(key)) {
-          if (o != Outcome::Kept) fault(folder + ", unchanged, did not keep its file");
-          continue;
-        }
-        if (o != Outcome::New) ++deviations;
-        if (o == Outcome::Kept) ++failedFolders;
-        if (o == Outcome::Partial) ++partial[call];
-        if (o == Outcome::Broken) fault(folder + "'s file is not whole or changed in place");
-        // A folder the new controller could not open is not monitored: its
-        // file may go with the clean-up.
-        if (o == Outcome::Missing && allMonitored) fault(folder + " lost its file");
-      }
-      if (deviations > 1) fault("one failed call changed the outcome of several folders");
-      if (allMonitored && r.summary.foldersFailed != failedFolders)
-        fault("the run counted other folders failed than those that kept their files");
+      if (kind == Disturbance::Fail)
+        judgeFailure(r, full, unchanged, call, partial, fault);
+      else
+        judgeCancel(r, full, unchanged, lastAnswers, at, fault);
     }
     const auto seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started);
     std::string partials;
     for (const auto& [call, times] : partial) partials += " " + call + " x" + std::to_string(times);
-    std::printf("fault sweep: %zu of %zu calls failed in turn in %.1f s; partial reads after:%s\n",
-                positions.size(), clean.calls.size(), seconds.count(), partials.c_str());
+    std::printf("%s sweep: %zu of %zu calls in %.1f s%s%s\n",
+                kind == Disturbance::Fail ? "fault" : "cancel", positions.size(),
+                clean.calls.size(), seconds.count(),
+                partials.empty() ? "" : "; partial reads after:", partials.c_str());
     for (const auto& [what, places] : wrong) {
       std::string list;
       for (size_t i = 0; i < places.size() && i < 12; ++i) list += "\n  call " + places[i];
       if (places.size() > 12) list += "\n  ...";
-      ADD_FAILURE() << what << ", when one of these " << places.size() << " calls failed:" << list;
+      ADD_FAILURE() << what << ", at one of these " << places.size() << " calls:" << list;
     }
   }
 
-  // Every place when FERRANT_SWEEP_ALL is set. Otherwise the first place
-  // of every call site -- a kind of call within one folder's open or read,
-  // each of which begins with the folder's contents table -- and, where the
-  // build is fast enough, an even spread of further places.
-  static std::vector<unsigned> sweepPositions(const std::vector<std::string>& calls) {
-    const unsigned total = static_cast<unsigned>(calls.size());
+  // Every place from `first` to `last` when FERRANT_SWEEP_ALL is set.
+  // Otherwise the first place of every call site -- a kind of call within
+  // one folder's open or read, each of which begins with the folder's
+  // contents table --, the calls around each table's last answer, and
+  // where the build is fast enough an even spread of further places.
+  static std::vector<unsigned> sweepPositions(const std::vector<std::string>& calls, size_t first,
+                                              size_t last) {
     std::set<unsigned> chosen;
     if (std::getenv("FERRANT_SWEEP_ALL")) {
-      for (unsigned i = 1; i <= total; ++i) chosen.insert(i);
+      for (size_t i = first; i <= last; ++i) chosen.insert(static_cast<unsigned>(i));
       return {chosen.begin(), chosen.end()};
     }
     std::set<std::pair<unsigned, std::string>> sites;
+    std::map<unsigned, size_t> lastRows;  // folder -> its last QueryRows
     unsigned folder = 0;
-    for (unsigned i = 1; i <= total; ++i) {
-      if (calls[i - 1] == "IMAPIFolder::GetContentsTable") ++folder;
-      if (sites.emplace(folder, calls[i - 1]).second) chosen.insert(i);
+    for (size_t i = 1; i <= last; ++i) {
+      if (calls[i - 1] == kReadStart) ++folder;
+      if (i >= first && sites.emplace(folder, calls[i - 1]).second)
+        chosen.insert(static_cast<unsigned>(i));
+      // A folder's last rows, and the calls around them.
+      if (i >= first && calls[i - 1] == "IMAPITable::QueryRows") lastRows[folder] = i;
+    }
+    for (const auto& [f, at] : lastRows) {
+      for (size_t i = std::max(first, at - 1); i <= std::min(last, at + 1); ++i)
+        chosen.insert(static_cast<unsigned>(i));
     }
     if (kSpreadPlaces != 0) {
-      for (unsigned i = 1; i <= total; i += std::max(1u, total / kSpreadPlaces)) chosen.insert(i);
+      const size_t step = std::max<size_t>(1, (last - first + 1) / std::max(kSpreadPlaces, 1u));
+      for (size_t i = first; i <= last; i += step) chosen.insert(static_cast<unsigned>(i));
     }
     return {chosen.begin(), chosen.end()};
   }
@@ -299,11 +430,19 @@ class FaultSweepTest : public CaptureTest {
 };
 
 TEST_F(FaultSweepTest, TheAddInsSecondRunSurvivesEveryStoreCallFailing) {
-  sweep(&FaultSweepTest::addinFlow, {"tasks"});
+  sweep(&FaultSweepTest::addinFlow, Disturbance::Fail, {"tasks"});
 }
 
 TEST_F(FaultSweepTest, ANewControllerOverAnEarlierDataFolderSurvivesEveryStoreCallFailing) {
-  sweep(&FaultSweepTest::commandFlow, {});
+  sweep(&FaultSweepTest::commandFlow, Disturbance::Fail, {});
+}
+
+TEST_F(FaultSweepTest, TheAddInsSecondRunCancelledAtAnyStoreCallKeepsWhatItDidNotRead) {
+  sweep(&FaultSweepTest::addinFlow, Disturbance::Cancel, {"tasks"});
+}
+
+TEST_F(FaultSweepTest, ANewControllerCancelledAtAnyStoreCallKeepsTheFilesItWasHanded) {
+  sweep(&FaultSweepTest::commandFlow, Disturbance::Cancel, {});
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
 #include "store/fault_injector.h"
 
+#include <utility>
+
 namespace PIM::store {
 
 FaultInjector& FaultInjector::instance() {
@@ -20,6 +22,8 @@ void FaultInjector::clear() {
   total_ = 0;
   recording_ = false;
   recorded_.clear();
+  hookAt_ = 0;
+  hook_ = nullptr;
 }
 
 unsigned FaultInjector::callCount(const std::string& name) const {
@@ -50,15 +54,23 @@ std::vector<std::string> FaultInjector::recordedCalls() const {
   return recorded_;
 }
 
+void FaultInjector::atCall(unsigned nth, std::function<void()> hook) {
+  std::lock_guard<std::mutex> guard(lock_);
+  hookAt_ = nth;
+  hook_ = std::move(hook);
+}
+
 HRESULT FaultInjector::check(const char* interfaceName, const char* method) {
   const std::string bare = method;
   const std::string qualified =
       interfaceName && *interfaceName ? std::string(interfaceName) + "::" + bare : bare;
-  std::lock_guard<std::mutex> guard(lock_);
+  std::unique_lock<std::mutex> guard(lock_);
   ++counts_[qualified];
   if (qualified != bare) ++counts_[bare];
   ++total_;
   if (recording_) recorded_.push_back(qualified);
+  std::function<void()> hook;
+  if (hook_ && total_ == hookAt_) hook = std::exchange(hook_, nullptr);
   HRESULT answer = S_OK;
   for (Rule& rule : rules_) {
     if (rule.name != qualified && rule.name != bare && rule.name != kAnyCall) continue;
@@ -68,6 +80,8 @@ HRESULT FaultInjector::check(const char* interfaceName, const char* method) {
     // The first rule that fires wins; later rules still count the call.
     if (started && within && answer == S_OK) answer = rule.result;
   }
+  guard.unlock();
+  if (hook) hook();
   return answer;
 }
 

@@ -20,6 +20,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <string>
@@ -56,6 +57,10 @@ class FaultInjector {
   // hr, n) would fail, counted from the same clear()).
   void recordCalls();
   std::vector<std::string> recordedCalls() const;
+  // Runs `hook` on the calling thread when the nth call of any kind since
+  // the last clear() is made, before it is answered (a test holds a run
+  // there, or cancels it). Outside the injector's lock, so it may wait.
+  void atCall(unsigned nth, std::function<void()> hook);
 
   // Entry of every store call: counts it and returns the injected result, or
   // S_OK when none applies.
@@ -75,6 +80,8 @@ class FaultInjector {
   unsigned total_ = 0;
   bool recording_ = false;
   std::vector<std::string> recorded_;
+  unsigned hookAt_ = 0;
+  std::function<void()> hook_;
 };
 
 // Gives a test the injector and clears it before and after.

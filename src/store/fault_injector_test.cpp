@@ -86,5 +86,19 @@ TEST(FaultInjectorTest, CountsAndRecordsEveryCallUntilCleared) {
             (std::vector<std::string>{"IMAPITable::QueryRows", "QueryRows"}));
 }
 
+TEST(FaultInjectorTest, AHookRunsOnceAtItsCallBeforeTheAnswer) {
+  ScopedFaults faults;
+  faults->failCall("*", MAPI_E_CALL_FAILED, 3);
+  std::vector<unsigned> seenAt;
+  faults->atCall(3, [&] {
+    seenAt.push_back(faults->totalCalls());
+    // The lock is not held: the hook may make calls of its own.
+    faults->check("IMAPITable", "Abort");
+  });
+  EXPECT_EQ(run(FaultInjector::instance()), "..x....");
+  EXPECT_EQ(seenAt, std::vector<unsigned>{3});
+  EXPECT_EQ(faults->callCount("Abort"), 1u);
+}
+
 }  // namespace
 }  // namespace PIM::store
