@@ -270,25 +270,19 @@ class FaultSweepTest : public CaptureTest {
 
   using Flow = FlowResult (FaultSweepTest::*)(const Disturbance&);
   using Faults = std::map<std::string, std::vector<std::string>>;  // what -> where
+  using Outcomes = std::vector<std::pair<std::string, Outcome>>;   // folder key -> outcome
 
   // What is wrong with the folders' files after a run that one call
   // failed: at most one folder may differ from a clean run, and only by
   // keeping its previous file or by a partial read (a row the record
   // cannot make is skipped; counted in `partial`).
-  void judgeFailure(const FlowResult& r, const std::map<std::string, std::string>& full,
-                    const std::set<std::string>& unchanged, const std::string& call,
+  void judgeFailure(const FlowResult& r, const Outcomes& reads, const std::string& call,
                     std::map<std::string, unsigned>& partial,
                     const std::function<void(const std::string&)>& fault) {
     const bool allMonitored = r.monitored == std::size(kFolders);
     unsigned kept = 0;
     unsigned deviations = 0;
-    for (const char* key : kFolders) {
-      const Outcome o = outcome(r, key, full);
-      const std::string folder = key;
-      if (unchanged.count(key)) {
-        if (o != Outcome::Kept) fault(folder + ", unchanged, did not keep its file");
-        continue;
-      }
+    for (const auto& [folder, o] : reads) {
       if (o != Outcome::New) ++deviations;
       if (o == Outcome::Kept) ++kept;
       if (o == Outcome::Partial) ++partial[call];
@@ -306,23 +300,16 @@ class FaultSweepTest : public CaptureTest {
   // files; the one being read keeps its previous file, unless the cancel
   // came with its table's last answer (lastAnswers[i], of the i-th folder
   // read), when its read is complete and kept; the later ones keep theirs.
-  void judgeCancel(const FlowResult& r, const std::map<std::string, std::string>& full,
-                   const std::set<std::string>& unchanged, const std::vector<unsigned>& lastAnswers,
-                   unsigned at, const std::function<void(const std::string&)>& fault) {
+  void judgeCancel(const FlowResult& r, const Outcomes& reads,
+                   const std::vector<unsigned>& lastAnswers, unsigned at,
+                   const std::function<void(const std::string&)>& fault) {
     if (!r.cancelled) return fault("the run ended before the call");
     if (!r.summary.cancelled) fault("the run did not say it was cancelled");
     unsigned kept = 0;
-    size_t read = 0;  // of the folders the run reads, in its order
-    for (const char* key : kFolders) {
-      const Outcome o = outcome(r, key, full);
-      const std::string folder = key;
-      if (unchanged.count(key)) {
-        if (o != Outcome::Kept) fault(folder + ", unchanged, did not keep its file");
-        continue;
-      }
+    for (size_t i = 0; i < reads.size(); ++i) {
+      const auto& [folder, o] = reads[i];
       const Outcome expected =
-          read < lastAnswers.size() && at >= lastAnswers[read] ? Outcome::New : Outcome::Kept;
-      ++read;
+          i < lastAnswers.size() && at >= lastAnswers[i] ? Outcome::New : Outcome::Kept;
       if (o == Outcome::Kept) ++kept;
       if (o != expected) {
         fault(folder + (expected == Outcome::New ? " lost a read the cancel came after"
@@ -373,10 +360,20 @@ class FaultSweepTest : public CaptureTest {
       if (r.storeReferencesLeft != 0) fault("the controller kept store objects");
       if (r.buffersLeft != 0) fault("MAPI buffers leaked");
       if (!r.summary.indexWritten) fault("the run did not write the index");
+      // The folders the run reads, in its order; the others must keep
+      // their files whatever happens.
+      Outcomes reads;
+      for (const char* key : kFolders) {
+        const Outcome o = outcome(r, key, full);
+        if (!unchanged.count(key))
+          reads.emplace_back(key, o);
+        else if (o != Outcome::Kept)
+          fault(std::string(key) + ", unchanged, did not keep its file");
+      }
       if (kind == Disturbance::Fail)
-        judgeFailure(r, full, unchanged, call, partial, fault);
+        judgeFailure(r, reads, call, partial, fault);
       else
-        judgeCancel(r, full, unchanged, lastAnswers, at, fault);
+        judgeCancel(r, reads, lastAnswers, at, fault);
     }
     const auto seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - started);
     std::string partials;
