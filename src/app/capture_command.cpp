@@ -14,6 +14,7 @@
 #include "app/data_index_reader.h"
 #include "app/exit_codes.h"
 #include "app/run_report.h"
+#include "app/settings_follower.h"
 #include "app/store_session.h"
 #include "capture/data_capture.h"
 #include "core/debug_logger.h"
@@ -47,19 +48,29 @@ const char kCaptureUsage[] =
 
 const char kWatchUsage[] =
     "usage: ferrant watch [--store FILE] [--data-dir DIR] [--force] [--no-wait] [--now]\n"
-    "                     [--poll SECONDS]\n"
+    "                     [--capture-on-exit] [--poll SECONDS]\n"
     "\n"
     "Runs the capture controller as the add-in does in Outlook: captures on the\n"
     "timer of the capture mode and interval ('ferrant prefs'), and follows the store\n"
     "file as it is edited, so that a capture rewrites only the folders that changed.\n"
-    "Ctrl-C or a termination request stops the timer and waits for a capture in\n"
-    "progress.\n"
+    "Settings changed meanwhile ('ferrant prefs set') take effect at once. Each\n"
+    "capture holds the data folder for itself, so a 'ferrant capture' may run\n"
+    "between two of them. Ctrl-C or a termination request stops the timer and waits\n"
+    "for a capture in progress.\n"
     "\n"
     "  --store FILE     the store file to follow (default: the bundled sample mailbox)\n"
     "  --data-dir DIR   where the files go (default: the data folder, see 'ferrant paths')\n"
     "{options}"
+    "                   (a capture that finds it busy later is left out)\n"
     "  --now            capture once at the start too, as the capture button would\n"
-    "  --poll SECONDS   how often the store file is looked at (1 to 3600, default 2)\n";
+    "  --capture-on-exit  on stopping, capture a store change the timer has not yet\n"
+    "                   captured\n"
+    "  --poll SECONDS   how often the store and settings files are looked at\n"
+    "                   (1 to 3600, default 2)\n"
+    "\n"
+    "Exit status: 0 stopped; 1 some capture failed (one line each on stderr); 2 usage,\n"
+    "or a folder that is not a data folder; 3 store or data folder unusable, or busy\n"
+    "with --no-wait.\n";
 
 // Both commands write the data folder the same way.
 const char kDataFolderOptions[] =
@@ -277,7 +288,11 @@ int runCapture(int argc, char** argv, StoreSession& /*session*/, const Console& 
   console.out << "Folders: " << parts[0] << "\n"
               << "Items:   " << parts[1] << "\n"
               << "Files:   " << parts[2] << "\n"
-              << "Index:   " << (summary.indexWritten ? index : "not written, " + index + " kept")
+              << "Index:   "
+              << (summary.indexWritten ? index
+                  : fileExists(dataFolder + kPathSeparator + kDataDirectoryName)
+                      ? "not written, " + index + " kept as it was"
+                      : std::string("not written"))
               << "\n";
   if (summary.errorsLogged != 0)
     console.out << "Errors:  " << describeLoggedErrors(summary) << "\n";
@@ -291,6 +306,7 @@ int runWatch(int argc, char** argv, StoreSession& session, const Console& consol
   PIM_ENTRY("ferrant::runWatch");
   DataFolderOptions options;
   bool captureAtStart = false;
+  bool captureOnExit = false;
   uint32_t pollSeconds = 2;
   for (int i = 0; i < argc; ++i) {
     if (isHelp(argv[i])) {
@@ -300,6 +316,8 @@ int runWatch(int argc, char** argv, StoreSession& session, const Console& consol
     if (takeDataFolderOption(argv[i], options)) continue;
     if (!std::strcmp(argv[i], "--now")) {
       captureAtStart = true;
+    } else if (!std::strcmp(argv[i], "--capture-on-exit")) {
+      captureOnExit = true;
     } else if (!std::strcmp(argv[i], "--poll") && i + 1 < argc) {
       char* end = nullptr;
       const long seconds = std::strtol(argv[++i], &end, 10);
@@ -316,6 +334,7 @@ int runWatch(int argc, char** argv, StoreSession& session, const Console& consol
   }
   Preferences& prefs = Preferences::instance();
   prefs.load();
+  SettingsFollower settings;
   std::u16string dataFolder;
   if (const int status = checkDataFolder("watch", options, console, dataFolder)) return status;
   // Each run takes the lock for itself; this first look only finds out
@@ -328,6 +347,23 @@ int runWatch(int argc, char** argv, StoreSession& session, const Console& consol
 
   store::FixtureWatcher watcher(session.profile(), session.path());
   DataCapture* capture = DataCapture::instance();
+  // A store change that no run has started on yet.
+  bool changeWaiting = false;
+  bool someRunFailed = false;
+  // Every run, whatever starts it, holds the data folder's lock, and takes
+  // over what another process may have written there since the last one.
+  capture->setRunStartCheck([&] {
+    if (!lock.held()) {
+      const int status = lockDataFolder("watch", options, console, dataFolder, lock);
+      if (status != kExitOk) {
+        if (status == kExitStore) someRunFailed = true;
+        return false;
+      }
+    }
+    adoptPreviousIndex("watch", dataFolder, *capture, console);
+    changeWaiting = false;
+    return true;
+  });
   console.out << "Watching " << toUtf8(session.path()) << ", " << modeText(prefs) << ", into "
               << toUtf8(dataFolder) << ". Ctrl-C stops.\n"
               << std::flush;
@@ -335,19 +371,38 @@ int runWatch(int argc, char** argv, StoreSession& session, const Console& consol
   if (captureAtStart) capture->captureNow();
 
   uint32_t reported = 0;  // the last run told about
-  const auto reportRun = [&] {
+  const auto reportRun = [&](const char* when) {
     const DataCapture::RunSummary summary = capture->lastRunSummary();
     if (summary.run == reported || capture->isCapturing()) return;
     reported = summary.run;
-    console.out << clockTime() << " " << joined(describeRun(summary), "; ") << "\n" << std::flush;
+    std::string line = clockTime() + " " + when + joined(describeRun(summary), "; ");
+    if (!summary.indexWritten) line += "; index not written";
+    if (summary.errorsLogged != 0) line += "; " + describeLoggedErrors(summary);
+    console.out << line << "\n" << std::flush;
+    reportFailures("watch", summary, console);
+    if (runFailed(summary)) someRunFailed = true;
+  };
+  // The lock goes as soon as the run has ended, so that a capture can run
+  // before the next one.
+  const auto runOver = [&] { return lock.held() && !capture->isCapturing(); };
+  const auto endRun = [&](const char* when) {
+    if (!runOver()) return;
+    reportRun(when);
+    lock.release();
   };
   const uint32_t pollMs = pollSeconds * 1000;
   uint32_t lastLook = env()->tickCount();
   while (!stopRequested(console)) {
-    loop->runUntil([&] { return stopRequested(console); }, console.poll);
-    reportRun();
+    loop->runUntil([&] { return stopRequested(console) || runOver(); }, console.poll);
+    endRun("");
     if (env()->tickCount() - lastLook < pollMs) continue;
     lastLook = env()->tickCount();
+    if (settings.changed()) {
+      // As the preferences sheet's OK would: the controller follows.
+      prefs.read();
+      prefs.notifyListeners();
+      console.out << clockTime() << " settings changed: " << modeText(prefs) << "\n" << std::flush;
+    }
     const store::ReloadResult result = watcher.check();
     switch (result.status) {
       case store::ReloadResult::Status::Applied: {
@@ -355,6 +410,7 @@ int runWatch(int argc, char** argv, StoreSession& session, const Console& consol
         for (const store::ChangedFolder& folder : result.folders)
           folders += (folders.empty() ? "" : ", ") + toUtf8(folder.path);
         console.out << clockTime() << " store changed: " << folders << "\n" << std::flush;
+        changeWaiting = true;
         break;
       }
       case store::ReloadResult::Status::RestartNeeded:
@@ -376,10 +432,22 @@ int runWatch(int argc, char** argv, StoreSession& session, const Console& consol
     console.out << "Stopping: waiting for the capture in progress to finish...\n" << std::flush;
   }
   capture->waitForCapture(std::chrono::hours(24));
-  reportRun();
+  endRun("");
+  if (changeWaiting && captureOnExit) {
+    console.out << "Stopping: capturing the store change the timer has not yet captured...\n"
+                << std::flush;
+    capture->captureNow();
+    capture->waitForCapture(std::chrono::hours(24));
+    endRun("on exit: ");
+  }
   DataCapture::freeInstance();
-  console.out << "Stopped.\n";
-  return kExitOk;
+  if (changeWaiting) {
+    console.out << "Stopped; the last store change was not captured (--capture-on-exit "
+                   "captures it on the way out).\n";
+  } else {
+    console.out << "Stopped.\n";
+  }
+  return someRunFailed ? kExitRejected : kExitOk;
 }
 
 }  // namespace PIM

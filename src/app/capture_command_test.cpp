@@ -25,6 +25,10 @@
 #include "testing/memory_key_store.h"
 #include "testing/test_support.h"
 
+#ifndef _WIN32
+#include "platform/posix/file_key_store.h"
+#endif
+
 namespace PIM::testing {
 namespace {
 
@@ -283,6 +287,138 @@ TEST_F(CaptureCommandTest, ADamagedOrForeignIndexIsIgnoredWithAWarning) {
   }
 }
 
+TEST_F(CaptureCommandTest, WatchHoldsTheFolderOnlyForItsRunsAndTakesOverAnotherCapture) {
+  DataFolderLock other(data_.path());
+  std::string error;
+  ASSERT_EQ(other.tryAcquire(error), DataFolderLock::Result::Acquired) << error;
+  // The first run waits for the other process; between the runs the folder
+  // is free, and another capture there replaces every file (new names, the
+  // old ones deleted); the next run, with nothing changed in the store,
+  // keeps that capture's files.
+  int step = 0;
+  std::vector<std::string> others;
+  const auto script = [&] {
+    const std::string text = out_.str();
+    if (step == 0 && err_.str().find("; waiting for it to finish...") != std::string::npos) {
+      EXPECT_EQ(text.find("folders captured"), std::string::npos) << "ran without the lock";
+      other.release();
+      step = 1;
+    } else if (step == 0 && text.find("folders captured") != std::string::npos) {
+      ADD_FAILURE() << "the run did not wait for the data folder";
+      return true;
+    } else if (step == 1 && text.find("folders captured") != std::string::npos) {
+      EXPECT_EQ(other.tryAcquire(error), DataFolderLock::Result::Acquired) << "free between runs";
+      std::string index = readFileBytes(data_.file(kDataDirectoryName));
+      for (const std::string& name : indexedFiles()) {
+        const std::string renamed = "CVTK0ther" + name.substr(4);
+        writeFileBytes(data_.file(fromUtf8(renamed)), readFileBytes(data_.file(fromUtf8(name))));
+        std::filesystem::remove(std::filesystem::path(data_.file(fromUtf8(name))));
+        index.replace(index.find(name), name.size(), renamed);
+        others.push_back(renamed);
+      }
+      writeFileBytes(data_.file(kDataDirectoryName), index);
+      other.release();
+      OutlookApp::instance()->actionWindow().OnTimer(DataCapture::instance()->getAutoTimerId());
+      step = 2;
+    } else if (step == 2 && text.find("3 unchanged") != std::string::npos) {
+      return true;
+    }
+    return false;
+  };
+  ASSERT_EQ(run(runWatch, {"--now"}, script), kExitOk) << err_.str();
+  EXPECT_EQ(step, 2);
+  EXPECT_EQ(indexedFiles(), others);
+  expectFilesValid();
+}
+
+TEST_F(CaptureCommandTest, WatchCapturesAWaitingStoreChangeOnExitWhenAsked) {
+  for (const bool onExit : {false, true}) {
+    SCOPED_TRACE(onExit ? "--capture-on-exit" : "without");
+    TempDir folder;
+    setDataFolder(folder.path());
+    // The store file is edited once watch runs; it stops as soon as it has
+    // seen the change, long before the timer's capture.
+    int step = 0;
+    const auto script = [&] {
+      if (step == 0) {
+        std::string box = readFileBytes(storePath());
+        box.insert(box.find("Architecture workshop") + std::strlen("Architecture workshop"), "!");
+        writeFileBytes(storePath(), box);
+        step = 1;
+      }
+      return out_.str().find("store changed") != std::string::npos;
+    };
+    std::vector<std::string> args = {"--poll", "1"};
+    if (onExit) args.push_back("--capture-on-exit");
+    ASSERT_EQ(run(runWatch, args, script), kExitOk) << err_.str();
+    const std::string text = output();
+    if (onExit) {
+      EXPECT_NE(text.find("Stopping: capturing the store change the timer has not yet "
+                          "captured...\nhh:mm:ss on exit: 3 folders captured; "),
+                std::string::npos)
+          << text;
+      EXPECT_EQ(text.substr(text.rfind('\n', text.size() - 2) + 1), "Stopped.\n");
+      EXPECT_TRUE(fileExists(folder.file(kDataDirectoryName)));
+    } else {
+      EXPECT_EQ(text.substr(text.rfind('\n', text.size() - 2) + 1),
+                "Stopped; the last store change was not captured (--capture-on-exit captures it "
+                "on the way out).\n");
+      EXPECT_FALSE(fileExists(folder.file(kDataDirectoryName)));
+    }
+  }
+}
+
+#ifndef _WIN32
+// The settings in a file of the test's own, as `ferrant prefs set` in
+// another process changes them.
+class SettingsFileEnv : public EnvWrapper {
+ public:
+  explicit SettingsFileEnv(std::string path)
+      : EnvWrapper(env()), store_(std::move(path)), scoped_(this) {}
+  KeyStore& keyStore() override { return store_; }
+
+ private:
+  FileKeyStore store_;
+  ScopedEnv scoped_;
+};
+
+TEST_F(CaptureCommandTest, WatchFollowsTheSettingsChangedByAnotherProcess) {
+  TempDir settingsFolder;
+  const std::string path = toUtf8(settingsFolder.file(u"keystore"));
+  SettingsFileEnv settings(path);
+  int step = 0;
+  int looks = 0;
+  const auto script = [&] {
+    if (step == 0 && out_.str().find("Watching") != std::string::npos) {
+      FileKeyStore otherProcess(path);
+      KeyHandle key = otherProcess.currentUserRoot();
+      for (const char16_t* name : {u"Software", u"Corvel", u"CVTK"}) {
+        KeyHandle below = nullptr;
+        EXPECT_EQ(otherProcess.createKey(key, name, &below), kKeyOk);
+        if (key != otherProcess.currentUserRoot()) otherProcess.closeKey(key);
+        key = below;
+      }
+      const uint32_t minutes = 30;
+      EXPECT_EQ(otherProcess.setValue(key, u"captureInterval", ValueType::Dword,
+                                      reinterpret_cast<const uint8_t*>(&minutes), 4),
+                kKeyOk);
+      otherProcess.closeKey(key);
+      step = 1;
+    }
+    if (step == 1 && ++looks > 200) {
+      ADD_FAILURE() << "the change was never seen";
+      return true;
+    }
+    return out_.str().find("settings changed") != std::string::npos;
+  };
+  ASSERT_EQ(run(runWatch, {"--poll", "1"}, script), kExitOk) << err_.str();
+  EXPECT_NE(output().find("hh:mm:ss settings changed: capturing every 30 minutes\n"),
+            std::string::npos)
+      << output();
+  EXPECT_EQ(Preferences::instance().captureInterval, 30u);
+}
+#endif
+
 // The exit status: 1 whenever some of the work failed, with one line on the
 // error stream for each failure.
 
@@ -325,7 +461,8 @@ TEST_F(CaptureCommandTest, FailuresMakeExitStatusOneWithALineEach) {
   const std::string index = readFileBytes(data_.file(kDataDirectoryName));
   env_.fullDiskFor = kDataDirectoryName;
   EXPECT_EQ(run(runCapture, {}), kExitRejected);
-  EXPECT_NE(output().find("Index:   not written, DATA/DataDirectory.xml kept\n"), std::string::npos)
+  EXPECT_NE(output().find("Index:   not written, DATA/DataDirectory.xml kept as it was\n"),
+            std::string::npos)
       << output();
   EXPECT_EQ(err_.str(),
             "ferrant capture: could not write " + toUtf8(data_.file(kDataDirectoryName)) + "\n");
@@ -341,6 +478,12 @@ TEST_F(CaptureCommandTest, FailuresMakeExitStatusOneWithALineEach) {
   EXPECT_EQ(run(runCapture, {}), kExitRejected);
   EXPECT_NE(output().find("\nErrors:  1 error line in the log"), std::string::npos) << output();
   EXPECT_NE(output().find("Files:   3 files written"), std::string::npos) << output();
+
+  // watch tells each failed run the same way, and ends with 1.
+  EXPECT_EQ(run(runWatch, {"--now"},
+                [this] { return out_.str().find("folders captured") != std::string::npos; }),
+            kExitRejected);
+  EXPECT_NE(output().find("; 1 error line in the log"), std::string::npos) << output();
 }
 
 // The data folder: a run writes only where it may delete ".xml" files, one

@@ -318,6 +318,7 @@ void DataCapture::captureNow() {
   // A request during a run is dropped, and so is one while the controller
   // goes.
   if (isCapturing() || ending_) return;
+  if (runStartCheck_ && !runStartCheck_()) return;
   captureThread_.reset();
   totalFolders_ = 0;
   foldersDone_ = 0;

@@ -134,6 +134,10 @@ class DataCapture final : public IPreferencesListener, public ITimer {
   void setProgressDisplay(std::function<void(bool shutdownMode)> display) {
     progressDisplay_ = std::move(display);
   }
+  // Asked on the user's thread before each run starts, whatever started it;
+  // the run starts only when it answers true. A host whose data folder other
+  // processes write too takes their common lock there.
+  void setRunStartCheck(std::function<bool()> check) { runStartCheck_ = std::move(check); }
 
   // The state the timers follow, for the host's diagnostics and tests.
   uint32_t getAutoTimerId() const { return autoTimerId_; }
@@ -179,6 +183,7 @@ class DataCapture final : public IPreferencesListener, public ITimer {
   std::atomic<uint32_t> startTicks_{0};
   CancelFlag cancelRequested_{false};
   std::function<void(bool)> progressDisplay_;
+  std::function<bool()> runStartCheck_;
   // Written by a run as it ends, read by the host after it.
   mutable std::mutex summaryLock_;
   RunSummary lastRun_;
