@@ -257,7 +257,7 @@ int runCapture(int argc, char** argv, StoreSession& /*session*/, const Console& 
                 << "' (see ferrant capture --help)\n";
     return kExitUsage;
   }
-  Preferences::instance().load();
+  Preferences::instance().read();  // a prefs set running meanwhile must not be undone
   std::u16string dataFolder;
   if (const int status = checkDataFolder("capture", options, console, dataFolder)) return status;
   DataFolderLock lock(dataFolder);
@@ -333,7 +333,7 @@ int runWatch(int argc, char** argv, StoreSession& session, const Console& consol
     }
   }
   Preferences& prefs = Preferences::instance();
-  prefs.load();
+  prefs.read();  // writes nothing, so a prefs set meanwhile stands
   SettingsFollower settings;
   std::u16string dataFolder;
   if (const int status = checkDataFolder("watch", options, console, dataFolder)) return status;

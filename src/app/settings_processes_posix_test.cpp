@@ -131,6 +131,10 @@ TEST_F(SettingsProcessesTest, CommandsAtOnceLoseNoSetting) {
 // captures, so the calendar's data file is not deleted for want of the folder.
 TEST_F(SettingsProcessesTest, ADamagedSettingsFileStopsTheRunAndTellsWhereItsCopyIs) {
   const std::string dataDir = toUtf8(dir_.file(u"data"));
+  // A capture writes no settings: the calendar is stored once chosen anew.
+  const std::string calendar = "Mailbox - João Conceição/Calendar";
+  ASSERT_EQ(run({"prefs", "folders", "calendar", "remove", calendar}), kExitOk);
+  ASSERT_EQ(run({"prefs", "folders", "calendar", "add", calendar}), kExitOk);
   ASSERT_EQ(run({"capture", "--data-dir", dataDir}), kExitOk);
   const std::vector<std::string> files = dataFiles();
   ASSERT_EQ(files.size(), 4u);  // calendar, contacts, tasks and the index
