@@ -86,12 +86,14 @@ HRESULT captureInto(MonitoredFolder& folder, const std::u16string& dataFolder,
   return hr;
 }
 
+using CaptureStep = HRESULT (*)(MonitoredFolder&, const std::u16string&, const CancelFlag&, size_t&,
+                                FolderWrite&);
+
 // Each folder type: its record type and its number in the index.
 struct FolderKind {
   uint32_t folderType;
   int32_t indexType;
-  HRESULT (*capture)
-  (MonitoredFolder&, const std::u16string&, const CancelFlag&, size_t&, FolderWrite&);
+  CaptureStep capture;
   const char* name;  // for the run's report
 };
 constexpr FolderKind kFolderKinds[] = {
