@@ -2,9 +2,9 @@
 # A generated mailbox is the same for the same seed, loads in the reference
 # store, and captures without error lines into files the schema accepts; its
 # changed copy loads too and the next capture writes the changed items.
-# Usage: fixture_generator_test.sh GENERATOR FERRANT SCHEMA
+# Usage: fixture_generator_test.sh GENERATOR FERRANT SCHEMA RELOAD_TIMER
 set -u
-gen=$1 ferrant=$2 schema=$3
+gen=$1 ferrant=$2 schema=$3 reload=$4
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 fail() { echo "FAIL: $*"; exit 1; }
@@ -59,6 +59,12 @@ grep -q "<exception" "$work"/data/*.XML || fail "no exception captured"
 grep -q "<address" "$work"/data/*.XML || fail "no distribution-list member captured"
 grep -q "📬" "$work"/data/*.XML || fail "an escaped surrogate pair did not arrive"
 grep -q "(edited" "$work"/data/*.XML && fail "the original holds edited items"
+
+# The copy differs in exactly the 10 changed items, spread over the folders.
+line=$("$reload" "$work/a.json" "$work/changed.json") || fail "the changed copy did not reload: $line"
+echo "$line"
+[[ $line == *" status=applied folders=4 notifications=10" ]] ||
+  fail "the changed copy should change 10 items in 4 folders"
 
 capture "$work/changed.json"
 grep -q "(edited ✎)" "$work"/data/*.XML || fail "the changed copy's edits were not captured"

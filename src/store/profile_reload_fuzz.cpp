@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "mapi/mapi_ptr.h"
+#include "store/counting_sink.h"
 #include "store/entry_ids.h"
 #include "store/fixture.h"
 #include "store/mapi_runtime.h"
@@ -39,27 +40,6 @@ std::shared_ptr<Profile> load(const std::string& text) {
     return nullptr;
   }
 }
-
-// Counts the notifications of one table.
-class CountingSink final : public IMAPIAdviseSink {
- public:
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
-    if (iid != IID_IUnknown && iid != IID_IMAPIAdviseSink) return E_NOINTERFACE;
-    *out = this;
-    AddRef();
-    return S_OK;
-  }
-  ULONG STDMETHODCALLTYPE AddRef() override { return ++refs_; }
-  ULONG STDMETHODCALLTYPE Release() override { return --refs_; }
-  ULONG STDMETHODCALLTYPE OnNotify(ULONG count, LPNOTIFICATION) override {
-    events += count;
-    return 0;
-  }
-  unsigned events = 0;
-
- private:
-  ULONG refs_ = 1;
-};
 
 // The objects of one profile matched to another's by their places: for
 // each store, the other's folder and item nids -> this one's.
