@@ -17,15 +17,16 @@
 #                  the same output bytes, measured right after it
 #   RSS            the capture's peak resident memory, and as a multiple of the
 #                  fixture and of the largest output file
-#   reload 1/1000  taking in a copy with 1 and 1000 (at most all) changed items, with every
-#                  folder's contents table advised (ferrant-reload-time)
+#   reload 1/1000  taking in a copy with 1 and 1000 (at most all) changed
+#                  items, with every folder's contents table advised
+#                  (ferrant-reload-time)
 #   2nd run        a second `ferrant capture` over the same data folder
 # A case whose loaded store would not fit in the memory available now (the
 # store takes up to ~12x the fixture while loading, twice during a reload) is
 # skipped and says so.
 set -uo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
-cd "$root"
+cd "$root" || exit 1
 
 sizes=("$@")
 ((${#sizes[@]})) || sizes=(10000 100000 250000)
@@ -38,6 +39,7 @@ limit=${BENCH_TIMEOUT:-600}
 seed=${BENCH_SEED:-1}
 
 echo "building Release in $build ..." >&2
+mkdir -p "$build" || exit 1
 cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DFERRANT_TESTS=OFF \
   >"$build.configure.log" 2>&1 || { cat "$build.configure.log" >&2; exit 1; }
 ninja -C "$build" -j "$(nproc)" ferrant ferrant-fixture-gen ferrant-reload-time >&2 || exit 1
@@ -144,7 +146,6 @@ for n in "${sizes[@]}"; do
     capture "$fixture" "$data" "$case_dir/first.log"
     first=$took first_rss=$rss
     records=$(sed -n 's/^Items: *//p' "$case_dir/first.log" | grep -o '[0-9]\+' | awk '{ s += $1 } END { print s }')
-    out_bytes=$(cat "$data"/*.XML "$data"/DataDirectory.xml 2>/dev/null | wc -c)
     largest=$(stat -c %s "$data"/*.XML 2>/dev/null | sort -n | tail -1)
     start=$(now)
     cat "$data"/*.XML "$data"/DataDirectory.xml >"$case_dir/bare-write" 2>/dev/null
