@@ -1,5 +1,6 @@
 #include "core/stack_logger.h"
 
+#include <memory>
 #include <sstream>
 
 #include "core/debug_logger.h"
@@ -7,59 +8,68 @@
 
 namespace PIM {
 
-ThreadLocalSlot* StackLogger::slot_ = nullptr;
+namespace stack_detail {
+#if defined(_WIN32)
+namespace {
+ThreadLocalSlot* g_slot = nullptr;
+}  // namespace
 
-StackEntry::StackEntry(const char* file, int line, const char* function)
-    : file(file), line(line), function(function) {
-  StackLogger::push(this);
+StackEntry* loadTop() { return static_cast<StackEntry*>(g_slot->get()); }
+void storeTop(StackEntry* entry) { g_slot->set(entry); }
+
+namespace {
+bool openTop() {
+  if (g_slot) return true;
+  auto slot = std::make_unique<ThreadLocalSlot>();
+  if (!slot->valid()) return false;
+  g_slot = slot.release();
+  return true;
 }
+void closeTop() {
+  delete g_slot;
+  g_slot = nullptr;
+}
+}  // namespace
+#else
+constinit thread_local StackEntry* t_top = nullptr;
 
-StackEntry::~StackEntry() { StackLogger::pop(); }
+namespace {
+bool openTop() {
+  t_top = nullptr;
+  return true;
+}
+void closeTop() { t_top = nullptr; }
+}  // namespace
+#endif
+}  // namespace stack_detail
+
+std::atomic<bool> StackLogger::enabled_{false};
 
 void StackLogger::initialise() {
-  if (slot_) return;
-  auto* slot = new ThreadLocalSlot();
-  if (!slot->valid()) {
-    delete slot;
-    return;
-  }
-  slot_ = slot;
+  if (enabled_.load(std::memory_order_relaxed)) return;
+  if (stack_detail::openTop()) enabled_.store(true, std::memory_order_relaxed);
 }
 
 void StackLogger::shutdown() {
-  delete slot_;
-  slot_ = nullptr;
+  enabled_.store(false, std::memory_order_relaxed);
+  stack_detail::closeTop();
 }
 
-void StackLogger::push(StackEntry* entry) {
-  if (!slot_) return;
-  auto* caller = static_cast<StackEntry*>(slot_->get());
-  entry->caller = caller;
-  entry->depth = caller ? caller->depth + 1 : 0;
-  slot_->set(entry);
-}
-
-void StackLogger::pop() {
-  if (!slot_) return;
-  auto* current = static_cast<StackEntry*>(slot_->get());
-  if (!current) {
-    // No record is pushed for this line: the stack stays empty.
-    std::ostringstream line;
-    writeLogHeader(line, __FILE__, __LINE__, "PIM::StackLogger::Pop");
-    line << " ERR> "
-         << "Stack was corrupted.";
-    DebugLogger::instance().write(line.str());
-    return;
-  }
-  slot_->set(current->caller);
+void StackLogger::reportCorruption() {
+  // No record is pushed for this line: the stack stays empty.
+  std::ostringstream line;
+  writeLogHeader(line, __FILE__, __LINE__, "PIM::StackLogger::Pop");
+  line << " ERR> "
+       << "Stack was corrupted.";
+  DebugLogger::instance().write(line.str());
 }
 
 const StackEntry* StackLogger::top() {
-  return slot_ ? static_cast<const StackEntry*>(slot_->get()) : nullptr;
+  return enabled_.load(std::memory_order_relaxed) ? stack_detail::loadTop() : nullptr;
 }
 
 std::string StackLogger::stackTrace() {
-  if (!slot_) return {};
+  if (!enabled_.load(std::memory_order_relaxed)) return {};
   std::ostringstream out;
   out << "Stack trace for thread " << currentThreadId() << "\n";
   for (const StackEntry* e = top(); e; e = e->caller) {

@@ -3,18 +3,62 @@
 //
 // Every function that may log opens with PIM_ENTRY("PIM::name"); the record
 // lives in the function's frame and is popped on every way out, exceptions
-// included. Entry and exit cost one thread-local read and one write.
+// included. Entry and exit cost one thread-local read and one write, inline.
 #pragma once
 
+#include <atomic>
 #include <string>
 
 namespace PIM {
 
-class ThreadLocalSlot;
+struct StackEntry;
+
+namespace stack_detail {
+#if defined(_WIN32)
+// MinGW's thread_local is emulated (a lookup call per access): the system's
+// TLS slot costs a third of it.
+StackEntry* loadTop();
+void storeTop(StackEntry* entry);
+#else
+// A thread_local of the executable itself: one load or store. The crash
+// report reads it from a signal handler, where the initial-exec model needs
+// no lookup that could allocate or lock.
+extern constinit thread_local StackEntry* t_top __attribute__((tls_model("initial-exec")));
+inline StackEntry* loadTop() { return t_top; }
+inline void storeTop(StackEntry* entry) { t_top = entry; }
+#endif
+}  // namespace stack_detail
+
+class StackLogger {
+ public:
+  // Switches the record on (module start, after DebugLogger::start) and off
+  // (module unload); each empties the calling thread's stack. While off
+  // every operation does nothing.
+  static void initialise();
+  static void shutdown();
+
+  static void push(StackEntry* entry);
+  static void pop();
+  // pop() for the record on top, the common case: its own caller is the
+  // next top, so the write need not wait for the read.
+  static void leave(StackEntry* entry);
+  static const StackEntry* top();
+
+  // "Stack trace for thread N" and one " [depth] file(line) : in function()"
+  // line per record, top first; empty while off.
+  static std::string stackTrace();
+
+ private:
+  static void reportCorruption();
+  static std::atomic<bool> enabled_;
+};
 
 struct StackEntry {
-  StackEntry(const char* file, int line, const char* function);
-  ~StackEntry();
+  StackEntry(const char* file, int line, const char* function)
+      : file(file), line(line), function(function) {
+    StackLogger::push(this);
+  }
+  ~StackEntry() { StackLogger::leave(this); }
   StackEntry(const StackEntry&) = delete;
   StackEntry& operator=(const StackEntry&) = delete;
 
@@ -25,25 +69,32 @@ struct StackEntry {
   int depth = 0;
 };
 
-class StackLogger {
- public:
-  // Allocates the thread-local slot (module start, after
-  // DebugLogger::start) and frees it (module unload). Without a slot every
-  // operation does nothing.
-  static void initialise();
-  static void shutdown();
+inline void StackLogger::push(StackEntry* entry) {
+  if (!enabled_.load(std::memory_order_relaxed)) return;
+  StackEntry* caller = stack_detail::loadTop();
+  entry->caller = caller;
+  entry->depth = caller ? caller->depth + 1 : 0;
+  stack_detail::storeTop(entry);
+}
 
-  static void push(StackEntry* entry);
-  static void pop();
-  static const StackEntry* top();
+inline void StackLogger::pop() {
+  if (!enabled_.load(std::memory_order_relaxed)) return;
+  StackEntry* current = stack_detail::loadTop();
+  if (!current) {
+    reportCorruption();
+    return;
+  }
+  stack_detail::storeTop(current->caller);
+}
 
-  // "Stack trace for thread N" and one " [depth] file(line) : in function()"
-  // line per record, top first; empty without a slot.
-  static std::string stackTrace();
-
- private:
-  static ThreadLocalSlot* slot_;
-};
+inline void StackLogger::leave(StackEntry* entry) {
+  if (!enabled_.load(std::memory_order_relaxed)) return;
+  if (stack_detail::loadTop() != entry) {
+    pop();
+    return;
+  }
+  stack_detail::storeTop(entry->caller);
+}
 
 }  // namespace PIM
 
