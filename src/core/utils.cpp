@@ -4,6 +4,7 @@
 
 #include "core/debug_logger.h"
 #include "platform/env.h"
+#include "platform/utf.h"
 
 namespace PIM {
 
@@ -107,20 +108,55 @@ Text convertTwice(Convert convert, int& size, int& written) {
   return Text(buffer.c_str());
 }
 
+template <bool kEscape>
+void appendUtf8Units(std::string& out, std::u16string_view text) {
+  out.reserve(out.size() + text.size() + 16);
+  const size_t size = text.size();
+  for (size_t i = 0; i < size; ++i) {
+    const char16_t c = text[i];
+    if (c < 0x80) {
+      const char16_t* entity = kEscape ? xmlEntity(c) : nullptr;
+      if (!entity) {
+        out.push_back(char(c));
+      } else {
+        for (; *entity; ++entity) out.push_back(char(*entity));
+      }
+      continue;
+    }
+    uint32_t scalar = c;
+    if (utf::isHighSurrogate(c) && i + 1 < size && utf::isLowSurrogate(text[i + 1])) {
+      scalar = 0x10000 + ((scalar - 0xD800) << 10) + (text[++i] - 0xDC00);
+    } else if (utf::isHighSurrogate(c) || utf::isLowSurrogate(c)) {
+      scalar = 0xFFFD;
+    }
+    utf::appendUtf8(out, scalar);
+  }
+}
+
 }  // namespace
+
+void appendUtf8(std::string& out, std::u16string_view text) { appendUtf8Units<false>(out, text); }
+
+void appendEscapedXmlUtf8(std::string& out, std::u16string_view text) {
+  appendUtf8Units<true>(out, text);
+}
 
 std::u16string escapeXML(const std::u16string& text) {
   PIM_ENTRY("PIM::escapeXML");
   std::u16string result;
-  result.reserve(text.size());
+  appendEscapedXml(result, text);
+  return result;
+}
+
+void appendEscapedXml(std::u16string& out, std::u16string_view text) {
+  out.reserve(out.size() + text.size());
   for (char16_t c : text) {
     if (const char16_t* entity = xmlEntity(c)) {
-      result += entity;
+      out += entity;
     } else {
-      result += c;
+      out += c;
     }
   }
-  return result;
 }
 
 std::u16string strReplace(const std::u16string& text, const std::u16string& pattern,
@@ -196,11 +232,16 @@ std::u16string fromUtf8(const std::string& bytes) { return fromCodePage(kCodePag
 
 std::string base64Encode(const std::string& bytes) {
   PIM_ENTRY("PIM::base64Encode");
+  std::string out;
+  appendBase64(out, bytes);
+  return out;
+}
+
+void appendBase64(std::string& out, std::string_view bytes) {
   static const char kAlphabet[] =
       "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
   constexpr size_t kLineLength = 76;
-  std::string out;
-  out.reserve((bytes.size() + 2) / 3 * 4 + (bytes.size() / 57 + 1) * 2);
+  out.reserve(out.size() + (bytes.size() + 2) / 3 * 4 + (bytes.size() / 57 + 1) * 2);
   size_t onLine = 0;
   size_t i = 0;
   for (; i + 3 <= bytes.size(); i += 3) {
@@ -226,7 +267,6 @@ std::string base64Encode(const std::string& bytes) {
     out += '=';
   }
   out += "\r\n";
-  return out;
 }
 
 bool systemTimeToFileTime(const SystemTime& time, uint64_t& fileTime) {

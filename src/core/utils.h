@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/env.h"
@@ -13,6 +14,15 @@ namespace PIM {
 // Escapes the five XML specials (" & ' < >) one UTF-16 unit at a time and
 // copies everything else, control characters and lone surrogates included.
 std::u16string escapeXML(const std::u16string& text);
+
+// escapeXML added to the end of `out`.
+void appendEscapedXml(std::u16string& out, std::u16string_view text);
+
+// Append UTF-16 text to UTF-8 bytes the way toUtf8 converts it (a lone
+// surrogate becomes U+FFFD), without going through the platform. Unlike
+// toUtf8 they copy a NUL; the second escapes as escapeXML does.
+void appendUtf8(std::string& out, std::u16string_view text);
+void appendEscapedXmlUtf8(std::string& out, std::u16string_view text);
 
 // Replaces every occurrence of `pattern`, left to right; inserted text is
 // never searched again.
@@ -33,6 +43,7 @@ std::u16string fromUtf8(const std::string& bytes);
 
 // Base64 with a CR LF after every 76 characters and at the very end.
 std::string base64Encode(const std::string& bytes);
+void appendBase64(std::string& out, std::string_view bytes);
 
 // File time (100 ns units since 1601-01-01) and broken-down time, both
 // without a zone. The first fails for years outside 1601..30827 and for

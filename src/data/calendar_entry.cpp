@@ -45,16 +45,11 @@ void readAttendees(const MAPIProperties& row, ULONG tag, IMAPIFolder* source,
   for (std::u16string& name : splitString(list, u"; ")) names.push_back(std::move(name));
 }
 
-void appendAttendees(std::u16string& xml, const char16_t* element,
+void appendAttendees(XmlOut& out, const char16_t* element,
                      const std::vector<std::u16string>& names) {
-  xml += u"  <";
-  xml += element;
-  xml += u">\r\n";
-  for (const std::u16string& name : names)
-    xml += u"    <attendee>" + escapeXML(name) + u"</attendee>\r\n";
-  xml += u"  </";
-  xml += element;
-  xml += u">\r\n";
+  out << u"  <" << element << u">\r\n";
+  for (const std::u16string& name : names) out.element(u"    ", u"attendee", name);
+  out << u"  </" << element << u">\r\n";
 }
 
 }  // namespace
@@ -247,44 +242,44 @@ void CalendarEntry::readExceptions(const LogSite& site, const std::vector<NameId
 }
 
 std::u16string CalendarEntry::toXMLString(bool isException) const {
+  return xmlString(*this, isException);
+}
+
+void CalendarEntry::writeXML(XmlOut& out, bool isException) const {
   PIM_ENTRY("PIM::CalendarEntry::toXMLString");
-  std::u16string xml;
   if (isException) {
-    xml = u"<exception";
-    if (baseDate != 0) appendAttribute(xml, u"baseDate", baseDate);
+    out << u"<exception";
+    if (baseDate != 0) out.attribute(u"baseDate", baseDate);
   } else {
-    xml = u"<entry";
+    out << u"<entry";
   }
-  if (entryId.isValid()) appendAttribute(xml, u"entryId", entryId.toWstring());
-  if (!subject.empty()) appendAttribute(xml, u"subject", subject);
-  if (startTime != 0) appendAttribute(xml, u"startTime", startTime);
-  if (endTime != 0) appendAttribute(xml, u"endTime", endTime);
-  if (!location.empty()) appendAttribute(xml, u"location", location);
+  if (entryId.isValid()) out.attribute(u"entryId", entryId.toWstring());
+  if (!subject.empty()) out.attribute(u"subject", subject);
+  if (startTime != 0) out.attribute(u"startTime", startTime);
+  if (endTime != 0) out.attribute(u"endTime", endTime);
+  if (!location.empty()) out.attribute(u"location", location);
   if (settings().capturePriority && priority != PriorityUnknown)
-    appendAttribute(xml, u"priority", priorityToStr(priority));
-  if (settings().captureOrganizer && !organizer.empty())
-    appendAttribute(xml, u"organizer", organizer);
-  if (!sourceFolder.empty()) appendAttribute(xml, u"sourceFolder", sourceFolder);
-  if (hasRecurrence()) appendAttribute(xml, u"recurring", std::u16string(u"true"));
+    out.attribute(u"priority", priorityToStr(priority));
+  if (settings().captureOrganizer && !organizer.empty()) out.attribute(u"organizer", organizer);
+  if (!sourceFolder.empty()) out.attribute(u"sourceFolder", sourceFolder);
+  if (hasRecurrence()) out.attribute(u"recurring", u"true");
   if (settings().captureBusyStatus && busyStatus != BusyUnknown)
-    appendAttribute(xml, u"busyStatus", busyToStr(busyStatus));
-  xml += u">\r\n";
-  if (!isException && hasRecurrence()) xml += recurrence.toXml();
+    out.attribute(u"busyStatus", busyToStr(busyStatus));
+  out << u">\r\n";
+  if (!isException && hasRecurrence()) recurrence.writeXml(out);
   if (settings().captureRequiredAttendees && !requiredAttendees.empty())
-    appendAttendees(xml, u"requiredAttendees", requiredAttendees);
+    appendAttendees(out, u"requiredAttendees", requiredAttendees);
   if (settings().captureOptionalAttendees && !optionalAttendees.empty())
-    appendAttendees(xml, u"optionalAttendees", optionalAttendees);
+    appendAttendees(out, u"optionalAttendees", optionalAttendees);
   if (!isException && !exceptions.empty()) {
-    xml += u"  <exceptions>\r\n";
-    for (const CalendarEntry& exception : exceptions) xml += exception.toXMLString(true);
+    out << u"  <exceptions>\r\n";
+    for (const CalendarEntry& exception : exceptions) exception.writeXML(out, true);
     // One blank before the closing tag, against two before the opening one:
     // readers of these files have always seen it so.
-    xml += u" </exceptions>\r\n";
+    out << u" </exceptions>\r\n";
   }
-  if (settings().captureBody && !body.empty())
-    xml += u"  <body>" + escapeXML(body) + u"</body>\r\n";
-  xml += isException ? u"</exception>\r\n" : u"</entry>\r\n";
-  return xml;
+  if (settings().captureBody && !body.empty()) out.element(u"  ", u"body", body);
+  out << (isException ? u"</exception>\r\n" : u"</entry>\r\n");
 }
 
 std::u16string CalendarEntry::priorityToStr(Priority priority) {

@@ -62,6 +62,7 @@ class CalendarEntry {
                              IMAPIFolder* sourceFolder, CalendarEntry& entry,
                              bool isException = false);
   // <entry ...> or, for an exception, <exception ...>, ending in CR LF.
+  void writeXML(XmlOut& out, bool isException = false) const;
   std::u16string toXMLString(bool isException = false) const;
 
   static std::u16string priorityToStr(Priority priority);

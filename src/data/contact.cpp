@@ -80,17 +80,13 @@ void readMembers(const LogSite& site, const MAPIProperties& row, ULONG tag, IUnk
 
 // The entryId attribute, written even when the identifier is not valid (the
 // line logged at `site` says so).
-void appendEntryId(const LogSite& site, std::u16string& xml, const EntryId& entryId) {
+void appendEntryId(const LogSite& site, XmlOut& out, const EntryId& entryId) {
   if (!entryId.isValid()) logErrorAt(site, "Invalid EntryID");
-  appendAttribute(xml, u"entryId", entryId.toWstring());
+  out.attribute(u"entryId", entryId.toWstring());
 }
 
-void appendIfSet(std::u16string& xml, const char16_t* name, const std::u16string& value) {
-  if (!value.empty()) appendAttribute(xml, name, value);
-}
-
-void appendElement(std::u16string& xml, const std::u16string& name, const std::u16string& text) {
-  xml += u"  <" + name + u">" + escapeXML(text) + u"</" + name + u">\r\n";
+void appendIfSet(XmlOut& out, const char16_t* name, const std::u16string& value) {
+  if (!value.empty()) out.attribute(name, value);
 }
 
 }  // namespace
@@ -165,40 +161,46 @@ HRESULT Contact::makeDataRow(const std::vector<NameIdPair>& pairs, const MAPIPro
   return S_OK;
 }
 
-std::u16string Contact::toXMLString() const {
+std::u16string Contact::toXMLString() const { return xmlString(*this); }
+
+void Contact::writeXML(XmlOut& out) const {
   PIM_ENTRY("PIM::Contact::toXMLString");
-  if (isDistList) return distListToXMLString();
-  std::u16string xml = u"<contact";
-  appendEntryId(PIM_LOG_SITE, xml, entryId);
-  appendIfSet(xml, u"name", name);
-  appendIfSet(xml, u"fullname", fullname);
-  appendIfSet(xml, u"email", email);
-  appendIfSet(xml, u"businessNumber", businessNumber);
+  if (isDistList) return writeDistListXML(out);
+  out << u"<contact";
+  appendEntryId(PIM_LOG_SITE, out, entryId);
+  appendIfSet(out, u"name", name);
+  appendIfSet(out, u"fullname", fullname);
+  appendIfSet(out, u"email", email);
+  appendIfSet(out, u"businessNumber", businessNumber);
   for (const OptionalField& field : kOptionalFields)
-    if (field.attribute && isOn(field)) appendIfSet(xml, field.attribute, this->*field.field);
-  xml += u">\r\n";
+    if (field.attribute && isOn(field)) appendIfSet(out, field.attribute, this->*field.field);
+  out << u">\r\n";
   // The home address comes before the business address, against the order
   // of the switches; readers of the files expect it so.
-  if (settings().captureNotes) appendElement(xml, u"notes", notes);
-  if (settings().captureHomeAddress) appendElement(xml, u"homeAddress", homeAddress);
-  if (settings().captureBusinessAddress) appendElement(xml, u"businessAddress", businessAddress);
-  xml += u"</contact>";
-  return xml;
+  if (settings().captureNotes) out.element(u"  ", u"notes", notes);
+  if (settings().captureHomeAddress) out.element(u"  ", u"homeAddress", homeAddress);
+  if (settings().captureBusinessAddress) out.element(u"  ", u"businessAddress", businessAddress);
+  out << u"</contact>";
 }
 
 std::u16string Contact::distListToXMLString() const {
+  std::u16string text;
+  XmlOut out(text);
+  writeDistListXML(out);
+  return text;
+}
+
+void Contact::writeDistListXML(XmlOut& out) const {
   PIM_ENTRY("PIM::Contact::distListToXMLString");
-  std::u16string xml = u"<contact";
-  appendEntryId(PIM_LOG_SITE, xml, entryId);
-  appendIfSet(xml, u"name", name);
-  xml += u">\r\n";
-  if (settings().captureNotes && !notes.empty()) appendElement(xml, u"notes", notes);
-  xml += u"  <addresses>\r\n";
-  for (const std::u16string& member : addresses)
-    xml += u"    <address>" + escapeXML(member) + u"</address>\r\n";
-  xml += u"  </addresses>\r\n";
-  xml += u"</contact>";
-  return xml;
+  out << u"<contact";
+  appendEntryId(PIM_LOG_SITE, out, entryId);
+  appendIfSet(out, u"name", name);
+  out << u">\r\n";
+  if (settings().captureNotes && !notes.empty()) out.element(u"  ", u"notes", notes);
+  out << u"  <addresses>\r\n";
+  for (const std::u16string& member : addresses) out.element(u"    ", u"address", member);
+  out << u"  </addresses>\r\n";
+  out << u"</contact>";
 }
 
 }  // namespace PIM

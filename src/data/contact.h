@@ -51,8 +51,10 @@ class Contact {
   static HRESULT getRestriction(RecordQuery& query, const std::vector<NameIdPair>& pairs);
   static HRESULT makeDataRow(const std::vector<NameIdPair>& pairs, const MAPIProperties& row,
                              IUnknown* source, Contact& contact);
+  void writeXML(XmlOut& out) const;
   std::u16string toXMLString() const;
   std::u16string distListToXMLString() const;
+  void writeDistListXML(XmlOut& out) const;
 };
 
 }  // namespace PIM

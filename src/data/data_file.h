@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "data/record.h"
 #include "mapi/entry_id.h"
 
 namespace PIM {
@@ -37,21 +38,30 @@ class DataDirectoryEntry {
   static std::u16string typeToStr(int32_t type);
   // <dataFile name="…" type="…" entryId="…"/>; a missing identifier, name or
   // type is logged and written as it is.
+  void writeXML(XmlOut& out) const;
   std::u16string toXMLString() const;
 };
 
-// Writes the envelope around `count` lines, line(i) giving each record's
-// text. False, with a log line, when the file cannot be opened or any byte
-// does not reach it (a short write, the closing tag, the final flush or
-// close); records after a short write are not written, the closing tag is
-// still tried and the partial file stays.
+// Writes the envelope around `count` records, record(i, out) writing each
+// one's element. The file fills in large writes from one reused buffer; a
+// record's line ends at its first NUL, as a converted C string would. False,
+// with a log line, when the file cannot be opened or any byte does not reach
+// it (a short write, the closing tag, the final flush or close); records
+// after a short write are not written, the closing tag is still tried and
+// the partial file stays.
 bool writeDataFile(const std::u16string& path, size_t count,
-                   const std::function<std::u16string(size_t)>& line);
+                   const std::function<void(size_t, XmlOut&)>& record);
 
-// Any record type with toXMLString().
+// Any record type with writeXML(XmlOut&), or else toXMLString().
 template <class Record>
 bool writeToFile(const std::u16string& path, const std::vector<Record>& records) {
-  return writeDataFile(path, records.size(), [&](size_t i) { return records[i].toXMLString(); });
+  return writeDataFile(path, records.size(), [&](size_t i, XmlOut& out) {
+    if constexpr (requires { records[i].writeXML(out); }) {
+      records[i].writeXML(out);
+    } else {
+      out << records[i].toXMLString();
+    }
+  });
 }
 
 }  // namespace PIM

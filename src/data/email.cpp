@@ -103,14 +103,12 @@ std::string readBody(IMessage* message) {
   return std::string();
 }
 
-void appendList(std::u16string& xml, const char16_t* list, const char16_t* item,
+void appendList(XmlOut& out, const char16_t* list, const char16_t* item,
                 const std::vector<std::u16string>& texts) {
   if (texts.empty()) return;
-  xml += u"  <" + std::u16string(list) + u">\r\n";
-  for (const std::u16string& text : texts) {
-    xml += u"    <" + std::u16string(item) + u">" + escapeXML(text) + u"</" + item + u">\r\n";
-  }
-  xml += u"  </" + std::u16string(list) + u">\r\n";
+  out << u"  <" << list << u">\r\n";
+  for (const std::u16string& text : texts) out.element(u"    ", item, text);
+  out << u"  </" << list << u">\r\n";
 }
 
 }  // namespace
@@ -219,35 +217,36 @@ HRESULT Email::makeDataRow(const std::vector<NameIdPair>& pairs, const MAPIPrope
   return S_OK;
 }
 
-std::u16string Email::toXMLString() const {
+std::u16string Email::toXMLString() const { return xmlString(*this); }
+
+void Email::writeXML(XmlOut& out) const {
   PIM_ENTRY("PIM::Email::toXMLString");
-  std::u16string xml = u"<email";
+  out << u"<email";
   PIM_ASSERT(entryId.isValid());
-  appendAttribute(xml, u"entryId", entryId.toWstring());
-  if (!subject.empty()) appendAttribute(xml, u"subject", subject);
-  if (!from.empty()) appendAttribute(xml, u"from", from);
-  if (date != 0) appendAttribute(xml, u"date", date);
+  out.attribute(u"entryId", entryId.toWstring());
+  if (!subject.empty()) out.attribute(u"subject", subject);
+  if (!from.empty()) out.attribute(u"from", from);
+  if (date != 0) out.attribute(u"date", date);
   if (settings().captureFlagRequest && !flagRequest.empty()) {
-    appendAttribute(xml, u"flagRequest", flagRequest);
-    if (flagDueBy != 0) appendAttribute(xml, u"flagDueBy", flagDueBy);
+    out.attribute(u"flagRequest", flagRequest);
+    if (flagDueBy != 0) out.attribute(u"flagDueBy", flagDueBy);
   }
   if (settings().captureFlagStatus && flagStatus != FlagStatusUnknown)
-    appendAttribute(xml, u"flagStatus", flagStatusToStr(flagStatus));
+    out.attribute(u"flagStatus", flagStatusToStr(flagStatus));
   if (settings().captureImportance && importance != ImportanceUnknown)
-    appendAttribute(xml, u"importance", importanceToStr(importance));
+    out.attribute(u"importance", importanceToStr(importance));
   if (settings().captureSensitivity && sensitivity != SensitivityUnknown)
-    appendAttribute(xml, u"sensitivity", sensitivityToStr(sensitivity));
+    out.attribute(u"sensitivity", sensitivityToStr(sensitivity));
   if (settings().captureAttachments)
-    appendAttribute(xml, u"hasAttachments", attachments.empty() ? u"false" : u"true");
-  xml += u">\r\n";
+    out.attribute(u"hasAttachments", attachments.empty() ? u"false" : u"true");
+  out << u">\r\n";
   // Base64 needs no escaping; its line breaks stay in the element.
-  if (!body.empty()) xml += u"  <body>" + fromUtf8(base64Encode(body)) + u"</body>\r\n";
-  appendList(xml, u"to", u"address", to);
-  appendList(xml, u"cc", u"address", cc);
-  appendList(xml, u"bcc", u"address", bcc);
-  if (settings().captureAttachments) appendList(xml, u"attachments", u"attachment", attachments);
-  xml += u"</email>";
-  return xml;
+  if (!body.empty()) out.ascii("  <body>").base64(body).ascii("</body>\r\n");
+  appendList(out, u"to", u"address", to);
+  appendList(out, u"cc", u"address", cc);
+  appendList(out, u"bcc", u"address", bcc);
+  if (settings().captureAttachments) appendList(out, u"attachments", u"attachment", attachments);
+  out << u"</email>";
 }
 
 std::u16string Email::getEmailAddress(const EntryId& entryId) {

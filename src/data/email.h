@@ -70,6 +70,7 @@ class Email {
   // `source` is the message itself or the folder it is opened from.
   static HRESULT makeDataRow(const std::vector<NameIdPair>& pairs, const MAPIProperties& row,
                              IUnknown* source, Email& email);
+  void writeXML(XmlOut& out) const;
   std::u16string toXMLString() const;
 
   // The address-book entry (sender or recipient) as "name <address>", the

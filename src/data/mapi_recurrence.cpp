@@ -249,33 +249,37 @@ void MAPIRecurrence::parse() {
 }
 
 std::u16string MAPIRecurrence::toXml() const {
+  std::u16string text;
+  XmlOut out(text);
+  writeXml(out);
+  return text;
+}
+
+void MAPIRecurrence::writeXml(XmlOut& out) const {
   PIM_ENTRY("PIM::MAPIRecurrence::toXml");
-  if (type == None || type > YearlyFuzzy) return {};
+  if (type == None || type > YearlyFuzzy) return;
   const CalendarSettings& settings = Preferences::instance().calendar;
-  std::u16string xml = u"<recurrence";
+  out << u"<recurrence";
   // The limits are written signed, as the reader of the file expects them.
-  appendAttribute(xml, u"maxDaysBefore",
-                  int64_t{static_cast<int32_t>(settings.captureDaysBefore.get())});
-  appendAttribute(xml, u"maxDaysAfter",
-                  int64_t{static_cast<int32_t>(settings.captureDaysAfter.get())});
-  appendAttribute(xml, u"startDate", startDate);
-  if (endDate != 0) appendAttribute(xml, u"endDate", endDate);
-  if (occurrenceCount != 0) appendAttribute(xml, u"occurrenceCount", uint64_t{occurrenceCount});
-  xml += u">\r\n";
+  out.attribute(u"maxDaysBefore", int64_t{static_cast<int32_t>(settings.captureDaysBefore.get())});
+  out.attribute(u"maxDaysAfter", int64_t{static_cast<int32_t>(settings.captureDaysAfter.get())});
+  out.attribute(u"startDate", startDate);
+  if (endDate != 0) out.attribute(u"endDate", endDate);
+  if (occurrenceCount != 0) out.attribute(u"occurrenceCount", uint64_t{occurrenceCount});
+  out << u">\r\n";
   const PatternLine& line = kPatternLines[type - 1];
-  xml += line.element;
+  out << line.element;
   for (const PatternAttribute& attribute : line.attributes) {
     if (!attribute.name) break;
     const uint32_t value = this->*attribute.field;
     // Day masks are written as weekday names.
     if (attribute.field == &MAPIRecurrence::dayMask) {
-      appendAttribute(xml, attribute.name, toDaysString(value));
+      out.attribute(attribute.name, toDaysString(value));
     } else {
-      appendAttribute(xml, attribute.name, uint64_t{value});
+      out.attribute(attribute.name, uint64_t{value});
     }
   }
-  xml += u" />\r\n</recurrence>\r\n";
-  return xml;
+  out << u" />\r\n</recurrence>\r\n";
 }
 
 std::u16string MAPIRecurrence::toDaysString(uint32_t dayMask) {

@@ -11,12 +11,14 @@
 
 namespace PIM {
 
+class XmlOut;
+
 class MAPIRecurrence {
  public:
   enum RecurrenceType : uint32_t {
     None = 0,
-    Daily = 1,          // every N days
-    DailyWeekday = 2,   // every weekday
+    Daily = 1,         // every N days
+    DailyWeekday = 2,  // every weekday
     Weekly = 3,
     MonthlySpecific = 4,  // on a day of the month
     MonthlyFuzzy = 5,     // on the Nth weekday
@@ -32,6 +34,7 @@ class MAPIRecurrence {
   void parse();
   // The <recurrence> element with its lines, or empty text for type 0.
   std::u16string toXml() const;
+  void writeXml(XmlOut& out) const;
   // "monday,tuesday" for the set bits (bit 0 = Sunday).
   static std::u16string toDaysString(uint32_t dayMask);
 
@@ -44,7 +47,7 @@ class MAPIRecurrence {
   uint32_t every = 0;
   uint32_t dayMask = 0;
   uint32_t day = 0;
-  uint32_t month = 0;  // 0 = January
+  uint32_t month = 0;       // 0 = January
   uint32_t occurrence = 0;  // 1..5, 5 = last
 
  private:

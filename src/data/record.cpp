@@ -1,5 +1,6 @@
 #include "data/record.h"
 
+#include <charconv>
 #include <sstream>
 #include <string>
 
@@ -43,30 +44,66 @@ std::u16string enumText(const LogSite& site, int32_t value,
   return texts.begin()[value];
 }
 
-void appendAttribute(std::u16string& out, const char16_t* name, const std::u16string& value) {
-  out += u' ';
-  out += name;
-  out += u"=\"";
-  out += escapeXML(value);
-  out += u'"';
+XmlOut& XmlOut::operator<<(std::u16string_view markup) {
+  if (text_) {
+    text_->append(markup);
+  } else {
+    appendUtf8(*bytes_, markup);
+  }
+  return *this;
 }
 
-void appendAttribute(std::u16string& out, const char16_t* name, uint64_t value) {
-  appendAttribute(out, name, decimal(value));
+XmlOut& XmlOut::ascii(std::string_view bytes) {
+  if (text_) {
+    text_->append(bytes.begin(), bytes.end());
+  } else {
+    bytes_->append(bytes);
+  }
+  return *this;
 }
 
-void appendAttribute(std::u16string& out, const char16_t* name, int64_t value) {
-  appendAttribute(out, name, decimal(value));
+XmlOut& XmlOut::base64(std::string_view bytes) {
+  if (text_) {
+    std::string encoded;
+    appendBase64(encoded, bytes);
+    return ascii(encoded);
+  }
+  appendBase64(*bytes_, bytes);
+  return *this;
 }
 
-std::u16string decimal(uint64_t value) {
-  const std::string digits = std::to_string(value);
-  return std::u16string(digits.begin(), digits.end());
+XmlOut& XmlOut::escaped(std::u16string_view text) {
+  if (text_) {
+    appendEscapedXml(*text_, text);
+  } else {
+    appendEscapedXmlUtf8(*bytes_, text);
+  }
+  return *this;
 }
 
-std::u16string decimal(int64_t value) {
-  const std::string digits = std::to_string(value);
-  return std::u16string(digits.begin(), digits.end());
+XmlOut& XmlOut::attribute(std::u16string_view name, std::u16string_view value) {
+  *this << u" " << name << u"=\"";
+  return escaped(value) << u"\"";
+}
+
+XmlOut& XmlOut::attribute(std::u16string_view name, uint64_t value) {
+  *this << u" " << name << u"=\"";
+  char digits[24];
+  const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
+  return ascii(std::string_view(digits, size_t(end - digits))) << u"\"";
+}
+
+XmlOut& XmlOut::attribute(std::u16string_view name, int64_t value) {
+  *this << u" " << name << u"=\"";
+  char digits[24];
+  const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
+  return ascii(std::string_view(digits, size_t(end - digits))) << u"\"";
+}
+
+XmlOut& XmlOut::element(std::u16string_view indent, std::u16string_view name,
+                        std::u16string_view text) {
+  *this << indent << u"<" << name << u">";
+  return escaped(text) << u"</" << name << u">\r\n";
 }
 
 }  // namespace PIM

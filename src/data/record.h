@@ -9,7 +9,8 @@
 //   static HRESULT getRestriction(RecordQuery& query, const std::vector<NameIdPair>& pairs);
 //   static HRESULT makeDataRow(const std::vector<NameIdPair>& pairs, const MAPIProperties& row,
 //                              IMAPIFolder* source, T& record);
-//   std::u16string toXMLString() const;
+//   void writeXML(XmlOut& out) const;      // the element, for the data file
+//   std::u16string toXMLString() const;    // the same element as UTF-16 text
 // The pairs' tag slots hold the store's tags once they are resolved, and a
 // named property is found by its index in the vector.
 #pragma once
@@ -18,6 +19,7 @@
 #include <initializer_list>
 #include <sstream>
 #include <string>
+#include <string_view>
 
 #include "mapi/com_error.h"
 #include "mapi/mapi.h"
@@ -66,15 +68,42 @@ std::u16string priorityText(const LogSite& site, Priority priority);
 std::u16string enumText(const LogSite& site, int32_t value,
                         std::initializer_list<const char16_t*> texts);
 
-// Appends ` name="value"` with the value escaped for XML.
-void appendAttribute(std::u16string& out, const char16_t* name, const std::u16string& value);
-// Appends ` name="number"` in decimal.
-void appendAttribute(std::u16string& out, const char16_t* name, uint64_t value);
-void appendAttribute(std::u16string& out, const char16_t* name, int64_t value);
+// Where a record writes its XML element: UTF-16 text (toXMLString) or UTF-8
+// bytes added straight to the data file's buffer. Each value is escaped and
+// converted once, on its way in.
+class XmlOut {
+ public:
+  explicit XmlOut(std::u16string& text) : text_(&text) {}
+  explicit XmlOut(std::string& bytes) : bytes_(&bytes) {}
 
-// A decimal number as UTF-16 text.
-std::u16string decimal(uint64_t value);
-std::u16string decimal(int64_t value);
+  // Markup, or text that needs no escaping, as it is.
+  XmlOut& operator<<(std::u16string_view markup);
+  // ASCII bytes, as they are.
+  XmlOut& ascii(std::string_view bytes);
+  // The bytes in Base64 (base64Encode).
+  XmlOut& base64(std::string_view bytes);
+  // Text with the five XML specials escaped.
+  XmlOut& escaped(std::u16string_view text);
+  // ` name="value"`, the value escaped; numbers in decimal.
+  XmlOut& attribute(std::u16string_view name, std::u16string_view value);
+  XmlOut& attribute(std::u16string_view name, uint64_t value);
+  XmlOut& attribute(std::u16string_view name, int64_t value);
+  // `indent<name>text</name>` and CR LF, the text escaped.
+  XmlOut& element(std::u16string_view indent, std::u16string_view name, std::u16string_view text);
+
+ private:
+  std::u16string* text_ = nullptr;
+  std::string* bytes_ = nullptr;
+};
+
+// The element a record's writeXML(XmlOut&) writes, as UTF-16 text.
+template <class Record, class... Options>
+std::u16string xmlString(const Record& record, Options... options) {
+  std::u16string text;
+  XmlOut out(text);
+  record.writeXML(out, options...);
+  return text;
+}
 
 }  // namespace PIM
 

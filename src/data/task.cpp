@@ -117,22 +117,22 @@ HRESULT Task::makeDataRow(const std::vector<NameIdPair>& pairs, const MAPIProper
   return S_OK;
 }
 
-std::u16string Task::toXMLString() const {
+std::u16string Task::toXMLString() const { return xmlString(*this); }
+
+void Task::writeXML(XmlOut& out) const {
   PIM_ENTRY("PIM::Task::toXMLString");
-  std::u16string xml = u"<task";
+  out << u"<task";
   PIM_ASSERT(entryId.isValid());
-  appendAttribute(xml, u"entryId", entryId.toWstring());
-  if (!subject.empty()) appendAttribute(xml, u"subject", subject);
-  if (dueDate != 0) appendAttribute(xml, u"dueDate", dueDate);
+  out.attribute(u"entryId", entryId.toWstring());
+  if (!subject.empty()) out.attribute(u"subject", subject);
+  if (dueDate != 0) out.attribute(u"dueDate", dueDate);
   if (settings().captureStatus && status != StatusUnknown)
-    appendAttribute(xml, u"status", statusToStr(status));
+    out.attribute(u"status", statusToStr(status));
   if (settings().capturePriority && priority != PriorityUnknown)
-    appendAttribute(xml, u"priority", priorityToStr(priority));
-  xml += u">\r\n";
-  if (settings().captureBody && !body.empty())
-    xml += u"  <body>" + escapeXML(body) + u"</body>\r\n";
-  xml += u"</task>";
-  return xml;
+    out.attribute(u"priority", priorityToStr(priority));
+  out << u">\r\n";
+  if (settings().captureBody && !body.empty()) out.element(u"  ", u"body", body);
+  out << u"</task>";
 }
 
 std::u16string Task::statusToStr(TaskStatus status) {

@@ -40,6 +40,7 @@ class Task {
   static HRESULT getRestriction(RecordQuery& query, const std::vector<NameIdPair>& pairs);
   static HRESULT makeDataRow(const std::vector<NameIdPair>& pairs, const MAPIProperties& row,
                              IUnknown* source, Task& task);
+  void writeXML(XmlOut& out) const;
   std::u16string toXMLString() const;
 
   static std::u16string statusToStr(TaskStatus status);
