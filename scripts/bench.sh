@@ -79,7 +79,7 @@ capture() {
   local status=$?
   end=$(now)
   took=$(seconds "$start" "$end")
-  rss=$(awk -F': ' '/Maximum resident set size/ { print $2 * 1024 }' "$3.time" 2>/dev/null)
+  rss=$(awk -F': ' '/Maximum resident set size/ { printf "%d", $2 * 1024 }' "$3.time" 2>/dev/null)
   rss=${rss:-0}
   if [ $status -eq 124 ]; then
     took=">$limit"
