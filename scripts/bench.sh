@@ -67,7 +67,7 @@ ratio() {
     if (a !~ /^[0-9.]+$/ || b !~ /^[0-9.]+$/ || b <= 0) printf "-"; else printf "%.*f", d, a / b }'
 }
 mib() { awk -v a="$1" 'BEGIN { printf "%.0f", a / 1048576 }'; }
-available() { awk '/^MemAvailable:/ { printf "%d", $2 * 1024 }' /proc/meminfo; }
+available() { awk '/^MemAvailable:/ { printf "%.0f", $2 * 1024 }' /proc/meminfo; }
 fail() { echo "bench.sh: $*" >&2; failed=1; }
 
 # capture FIXTURE DATA LOG: one timed capture; sets took and rss (bytes).
@@ -79,7 +79,7 @@ capture() {
   local status=$?
   end=$(now)
   took=$(seconds "$start" "$end")
-  rss=$(awk -F': ' '/Maximum resident set size/ { printf "%d", $2 * 1024 }' "$3.time" 2>/dev/null)
+  rss=$(awk -F': ' '/Maximum resident set size/ { printf "%.0f", $2 * 1024 }' "$3.time" 2>/dev/null)
   rss=${rss:-0}
   if [ $status -eq 124 ]; then
     took=">$limit"
