@@ -44,7 +44,7 @@ bool isFolder(const std::u16string& path) {
   return env()->listFolder(path, entries);
 }
 
-TEST(SpecialFolderTest, AMissingDataHomeIsMadeWithTheFoldersBelowIt) {
+TEST(DataHomeTest, AMissingDataHomeIsMadeWithTheFoldersBelowIt) {
   TempDir dir;
   const std::string root = toUtf8(dir.path());
   struct Case {
@@ -67,7 +67,7 @@ TEST(SpecialFolderTest, AMissingDataHomeIsMadeWithTheFoldersBelowIt) {
   }
 }
 
-TEST(SpecialFolderTest, WithoutHomeTheUserDatabaseSaysWhereHomeIs) {
+TEST(DataHomeTest, WithoutHomeTheUserDatabaseSaysWhereHomeIs) {
   const struct passwd* user = getpwuid(getuid());
   if (!user || !user->pw_dir || !user->pw_dir[0]) GTEST_SKIP() << "no home in the user database";
   const std::string expected = std::string(user->pw_dir) + "/.local/share";
