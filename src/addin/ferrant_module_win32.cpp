@@ -60,6 +60,12 @@ class PimAddinFactory final : public IClassFactory {
 
 PimAddinFactory g_factory;
 
+// Configure's action until the preferences sheet is part of the DLL.
+void showPreferences() {
+  PIM_ENTRY("PIM::ShowPreferences");
+  PIM_LOG_MSG("Preferences requested; no preferences sheet in this build.");
+}
+
 }  // namespace
 
 std::u16string CFerrantModule::modulePath() const {
@@ -169,10 +175,7 @@ BOOL CFerrantApp::InitInstance() {
     PIM::DataCapture::instance()->captureNow();
     PIM::DataCapture::instance()->showCaptureProgress();
   });
-  window.setConfigureAction([] {
-    // The preferences sheet is not part of this build yet.
-    PIM_LOG_MSG("Preferences requested; no preferences sheet in this build.");
-  });
+  window.setConfigureAction(&showPreferences);
   return TRUE;
 }
 

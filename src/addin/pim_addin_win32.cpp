@@ -1,5 +1,7 @@
 #include "addin/pim_addin_win32.h"
 
+#include <olectl.h>
+
 #include <chrono>
 #include <cstdio>
 #include <new>
