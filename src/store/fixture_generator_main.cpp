@@ -2,6 +2,7 @@
 // and the reload. The same arguments always give the same bytes: every item
 // draws from its own random stream (seed, item number), so a changed copy
 // differs from the original in the changed items only and their keys match.
+#include <algorithm>
 #include <cerrno>
 #include <cinttypes>
 #include <cstdint>
@@ -124,6 +125,9 @@ struct Options {
   std::string out;
   std::string changedOut;
   uint64_t changes = 0;
+  // The four default folders, and beyond them further mail folders that
+  // share the e-mails with the Inbox.
+  uint64_t folders = 4;
 };
 
 // Buffers the document and hands it to the file in large writes.
@@ -197,13 +201,27 @@ class Generator {
         "\"folders\": [{\"key\": \"ipm\", \"name\": \"Top of Information Store\", \"folders\": [\n";
     out += "{\"key\": \"inbox\", \"name\": \"Inbox\", \"class\": \"IPF.Note\", \"props\": [\n";
     out += "{\"tag\": \"PR_IPM_TASK_ENTRYID\", \"value\": {\"entryIdOf\": \"tasks\"}}],\n";
-    folderItems(writer, mail, 0, &Generator::email);
+    const uint64_t mailFolders = o_.folders - 3;
+    const uint64_t inboxMail = mail / mailFolders + (mail % mailFolders != 0 ? 1 : 0);
+    folderItems(writer, std::min(mail, inboxMail), 0, &Generator::email);
     out += "},\n{\"key\": \"calendar\", \"name\": \"Calendar\", \"class\": \"IPF.Appointment\",\n";
     folderItems(writer, cal, mail, &Generator::appointment);
     out += "},\n{\"key\": \"contacts\", \"name\": \"Contacts\", \"class\": \"IPF.Contact\",\n";
     folderItems(writer, con, mail + cal, &Generator::contact);
     out += "},\n{\"key\": \"tasks\", \"name\": \"Tasks\", \"class\": \"IPF.Task\",\n";
     folderItems(writer, task, mail + cal + con, &Generator::task);
+    // The rest of the mail, spread over the further folders; numbered after
+    // the tasks so that a store of four folders stays as it always was.
+    uint64_t mailDone = std::min(mail, inboxMail);
+    for (uint64_t f = 1; f < mailFolders; ++f) {
+      const uint64_t count = std::min(mail - mailDone, inboxMail);
+      char name[32];
+      std::snprintf(name, sizeof name, "Archive %04llu", static_cast<unsigned long long>(f));
+      out += "},\n{\"key\": \"archive." + std::to_string(f) + "\", \"name\": \"" + name +
+             "\", \"class\": \"IPF.Note\",\n";
+      folderItems(writer, count, n + mailDone - std::min(mail, inboxMail), &Generator::email);
+      mailDone += count;
+    }
     out += "}]}]}}],\n\"addressBook\": [";
     for (size_t i = 0; i < std::size(kAscii); ++i) {
       if (i) out += ",";
@@ -611,12 +629,14 @@ int usage(const char* error) {
   std::fprintf(
       error ? stderr : stdout,
       "usage: ferrant-fixture-gen --out FILE [--kind calendar|contacts|tasks|email|mixed]\n"
-      "           [--items N] [--seed N] [--around YYYY-MM-DD]\n"
+      "           [--items N] [--folders N] [--seed N] [--around YYYY-MM-DD]\n"
       "           [--changed-copy FILE --changes N]\n"
       "Writes a store fixture of N items (mixed: a mailbox of all four kinds).\n"
       "The same arguments give the same file. --changed-copy also writes a second\n"
       "file in which N items, spread over the folders, carry another subject or name.\n"
-      "--around is the date the appointments, tasks and mail gather around.\n");
+      "--around is the date the appointments, tasks and mail gather around.\n"
+      "--folders (4 or more) adds mail folders beside the four default ones; the\n"
+      "e-mails are shared between them and the Inbox.\n");
   return error ? 2 : 0;
 }
 
@@ -661,6 +681,9 @@ int main(int argc, char** argv) {
     } else if (arg == "--items") {
       if (!number(value, o.items) || o.items > 100000000)
         return usage("--items takes 0 to 100000000");
+    } else if (arg == "--folders") {
+      if (!number(value, o.folders) || o.folders < 4 || o.folders > 1000000)
+        return usage("--folders takes 4 to 1000000");
     } else if (arg == "--seed") {
       if (!number(value, o.seed)) return usage("--seed takes a non-negative number");
     } else if (arg == "--changes") {
