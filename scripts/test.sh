@@ -78,8 +78,12 @@ for stage in "${stages[@]}"; do
       ;;
     win64 | win32)
       note "Windows $stage build"
+      # The add-in's end-to-end tests compare its files with the Linux
+      # command's, when the native stage has built it.
+      native=()
+      [ -x build/linux/src/app/ferrant ] && native=(-DFERRANT_NATIVE_DIR="$root/build/linux")
       if configure_build "build/$stage" -DCMAKE_BUILD_TYPE=Debug \
-          -DCMAKE_TOOLCHAIN_FILE="$root/cmake/toolchain-$stage.cmake"; then
+          -DCMAKE_TOOLCHAIN_FILE="$root/cmake/toolchain-$stage.cmake" "${native[@]}"; then
         if [ "$stage" = win64 ] || bash scripts/wine-session.sh has32 2>/dev/null; then
           # A virtual display, so that window and dialog tests run too.
           Xvfb :87 -screen 0 1024x768x24 >/dev/null 2>&1 &
