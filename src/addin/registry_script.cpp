@@ -489,41 +489,8 @@ class Applier {
   const bool registering_;
 };
 
-}  // namespace
-
-const char* registryRootName(RegistryRoot root) {
-  switch (root) {
-    case RegistryRoot::ClassesRoot:
-      return "HKCR";
-    case RegistryRoot::CurrentUser:
-      return "HKCU";
-    case RegistryRoot::LocalMachine:
-      return "HKLM";
-  }
-  return "?";
-}
-
-std::string ScriptError::describe() const {
-  return "line " + std::to_string(line) + ": " + message;
-}
-
-bool parseRegistryScript(std::u16string_view text, const ScriptSubstitutions& substitutions,
-                         RegistryScript& out, ScriptError& error) {
-  out = {};
-  Lexer lexer(text, substitutions);
-  Parser parser(lexer);
-  try {
-    parser.script(out);
-  } catch (const ParseFault& fault) {
-    error.line = fault.line;
-    error.message = fault.message;
-    return false;
-  }
-  return true;
-}
-
-bool decodeRegistryScript(std::string_view bytes, std::u16string& text) {
-  text.clear();
+// Appends the decoded text; false at the first fault.
+bool decodeScriptBytes(std::string_view bytes, std::u16string& text) {
   if (bytes.size() >= 2 && uint8_t(bytes[0]) == 0xFF && uint8_t(bytes[1]) == 0xFE) {
     bytes.remove_prefix(2);
     if (bytes.size() % 2) return false;
@@ -573,6 +540,46 @@ bool decodeRegistryScript(std::string_view bytes, std::u16string& text) {
     i += extra + 1;
   }
   return true;
+}
+
+}  // namespace
+
+const char* registryRootName(RegistryRoot root) {
+  switch (root) {
+    case RegistryRoot::ClassesRoot:
+      return "HKCR";
+    case RegistryRoot::CurrentUser:
+      return "HKCU";
+    case RegistryRoot::LocalMachine:
+      return "HKLM";
+  }
+  return "?";
+}
+
+std::string ScriptError::describe() const {
+  return "line " + std::to_string(line) + ": " + message;
+}
+
+bool parseRegistryScript(std::u16string_view text, const ScriptSubstitutions& substitutions,
+                         RegistryScript& out, ScriptError& error) {
+  out = {};
+  Lexer lexer(text, substitutions);
+  Parser parser(lexer);
+  try {
+    parser.script(out);
+  } catch (const ParseFault& fault) {
+    error.line = fault.line;
+    error.message = fault.message;
+    return false;
+  }
+  return true;
+}
+
+bool decodeRegistryScript(std::string_view bytes, std::u16string& text) {
+  text.clear();
+  if (decodeScriptBytes(bytes, text)) return true;
+  text.clear();
+  return false;
 }
 
 ScriptApplyResult applyRegistryScript(const RegistryScript& script, RegistryTarget& target,

@@ -99,7 +99,8 @@ bool parseRegistryScript(std::u16string_view text, const ScriptSubstitutions& su
                          RegistryScript& out, ScriptError& error);
 
 // A script's bytes as text: UTF-16LE after its byte-order mark, otherwise
-// UTF-8 (a leading UTF-8 mark is skipped). False for bytes that are neither.
+// UTF-8 (a leading UTF-8 mark is skipped). False, with `text` empty, for
+// bytes that are neither.
 bool decodeRegistryScript(std::string_view bytes, std::u16string& text);
 
 // The registry as the applier sees it. Results are Win32 error codes

@@ -3,10 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <filesystem>
 
 #include "addin/registry_script_testing.h"
-#include "testing/test_support.h"
 
 namespace PIM {
 namespace {
@@ -38,19 +36,6 @@ Lines applied(MemoryRegistry& registry, const std::string& text, bool registerin
   EXPECT_TRUE(result.ok()) << result.where;
   EXPECT_EQ(registry.openHandles(), 0);
   return registry.listing();
-}
-
-// The repository's source folder, named by the shared test data's folder
-// ("<source>/../shared/testdata").
-std::filesystem::path sourceFolder() {
-  return std::filesystem::path(FERRANT_SHARED_TESTDATA).parent_path().parent_path().parent_path();
-}
-
-std::u16string scriptFile(const char* name) {
-  const std::filesystem::path path = sourceFolder() / "src" / "addin" / name;
-  std::u16string text;
-  EXPECT_TRUE(decodeRegistryScript(testing::readFileBytes(path.u16string()), text)) << path;
-  return text;
 }
 
 TEST(RegistryScriptParse, WritesWhatTheScriptSays) {
@@ -181,11 +166,9 @@ TEST(RegistryScriptDecode, AcceptsUtf8AndUtf16AndRefusesOtherBytes) {
       {"\xF4\x90\x80\x80", false, u""},  // past U+10FFFF
   };
   for (const Case& c : cases) {
-    std::u16string text;
+    std::u16string text = u"old";
     EXPECT_EQ(decodeRegistryScript(c.bytes, text), c.ok) << c.bytes;
-    if (c.ok) {
-      EXPECT_EQ(text, c.text) << c.bytes;
-    }
+    EXPECT_EQ(text, c.text) << c.bytes;
   }
 }
 
@@ -292,9 +275,11 @@ TEST(RegistryScriptApply, AddStopsAtTheFirstFailureAndRemovalCarriesOn) {
 TEST(RegistryScriptApply, TheAddinScriptsRegisterAndUnregisterExactly) {
   RegistryScript appId, addin;
   ScriptError error;
-  ASSERT_TRUE(parseRegistryScript(scriptFile("ferrant_appid.rgs"), kSubstitutions, appId, error))
+  ASSERT_TRUE(parseRegistryScript(testing::addinScriptText("ferrant_appid.rgs"), kSubstitutions,
+                                  appId, error))
       << error.describe();
-  ASSERT_TRUE(parseRegistryScript(scriptFile("pim_addin.rgs"), kSubstitutions, addin, error))
+  ASSERT_TRUE(
+      parseRegistryScript(testing::addinScriptText("pim_addin.rgs"), kSubstitutions, addin, error))
       << error.describe();
 
   MemoryRegistry registry;
@@ -309,48 +294,11 @@ TEST(RegistryScriptApply, TheAddinScriptsRegisterAndUnregisterExactly) {
     ASSERT_TRUE(applyRegistryScript(appId, registry, true).ok());
     ASSERT_TRUE(applyRegistryScript(addin, registry, true).ok());
   }
-  const std::string clsid = "HKCR\\CLSID\\{61442FFF-EB7A-4FD5-8095-0CF619BABA0D}";
-  const std::string addins = "HKLM\\Software\\Microsoft\\Office\\Outlook\\Addins";
   Lines expected = before;
-  const Lines ours = {
-      "HKCR\\AppID\\{34C2CE7C-96FF-402E-AE16-D5DB06F2A021}",
-      "HKCR\\AppID\\{34C2CE7C-96FF-402E-AE16-D5DB06F2A021} = s 'Ferrant'",
-      "HKCR\\AppID\\Ferrant.DLL",
-      "HKCR\\AppID\\Ferrant.DLL [AppID] = s '{34C2CE7C-96FF-402E-AE16-D5DB06F2A021}'",
-      clsid,
-      clsid + " = s 'PimAddin Class'",
-      clsid + " [AppID] = s '{34C2CE7C-96FF-402E-AE16-D5DB06F2A021}'",
-      clsid + "\\InprocServer32",
-      clsid + "\\InprocServer32 = s 'C:\\Program Files\\Ferrant\\Ferrant.dll'",
-      clsid + "\\InprocServer32 [ThreadingModel] = s 'Apartment'",
-      clsid + "\\ProgID",
-      clsid + "\\ProgID = s 'Ferrant.PimAddin.1'",
-      clsid + "\\Programmable",
-      clsid + "\\TypeLib",
-      clsid + "\\TypeLib = s '{A88DD810-57E2-49F7-B599-59AFA1953CAE}'",
-      clsid + "\\VersionIndependentProgID",
-      clsid + "\\VersionIndependentProgID = s 'Ferrant.PimAddin'",
-      "HKCR\\Ferrant.PimAddin",
-      "HKCR\\Ferrant.PimAddin = s 'PimAddin Class'",
-      "HKCR\\Ferrant.PimAddin\\CLSID",
-      "HKCR\\Ferrant.PimAddin\\CLSID = s '{61442FFF-EB7A-4FD5-8095-0CF619BABA0D}'",
-      "HKCR\\Ferrant.PimAddin\\CurVer",
-      "HKCR\\Ferrant.PimAddin\\CurVer = s 'Ferrant.PimAddin.1'",
-      "HKCR\\Ferrant.PimAddin.1",
-      "HKCR\\Ferrant.PimAddin.1 = s 'PimAddin Class'",
-      "HKCR\\Ferrant.PimAddin.1\\CLSID",
-      "HKCR\\Ferrant.PimAddin.1\\CLSID = s '{61442FFF-EB7A-4FD5-8095-0CF619BABA0D}'",
-      addins + "\\Ferrant.PimAddin",
-      addins + "\\Ferrant.PimAddin [CommandLineSafe] = d 0",
-      addins + "\\Ferrant.PimAddin [Description] = s 'Corvel Brisa PIM Outlook Data Logging Addin'",
-      addins + "\\Ferrant.PimAddin [FriendlyName] = s 'Corvel Brisa PIM Addin'",
-      addins + "\\Ferrant.PimAddin [LoadBehavior] = d 3",
-  };
-  expected.insert(expected.end(), ours.begin(), ours.end());
-  Lines after = registry.listing();
-  std::sort(after.begin(), after.end());
-  std::sort(expected.begin(), expected.end());
-  EXPECT_EQ(after, expected);
+  for (const std::string& line : testing::addinScriptLines(
+           "C:\\Program Files\\Ferrant\\Ferrant.dll", "{34C2CE7C-96FF-402E-AE16-D5DB06F2A021}"))
+    expected.push_back(line);
+  EXPECT_EQ(registry.listing(), sorted(expected));
 
   for (int round = 0; round < 2; ++round) {  // removing twice is harmless
     EXPECT_TRUE(applyRegistryScript(addin, registry, false).ok());
@@ -363,11 +311,7 @@ TEST(RegistryScriptApply, TheAddinScriptsRegisterAndUnregisterExactly) {
   ASSERT_TRUE(applyRegistryScript(appId, fresh, true).ok());
   ASSERT_TRUE(applyRegistryScript(addin, fresh, false).ok());
   ASSERT_TRUE(applyRegistryScript(appId, fresh, false).ok());
-  EXPECT_EQ(
-      fresh.listing(),
-      (Lines{"HKCR\\AppID", "HKCR\\CLSID", "HKLM\\Software", "HKLM\\Software\\Microsoft",
-             "HKLM\\Software\\Microsoft\\Office", "HKLM\\Software\\Microsoft\\Office\\Outlook",
-             "HKLM\\Software\\Microsoft\\Office\\Outlook\\Addins"}));
+  EXPECT_EQ(fresh.listing(), testing::addinScriptsKeptLines());
 }
 
 }  // namespace

@@ -4,6 +4,9 @@
 #pragma once
 
 #include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <stdexcept>
@@ -178,5 +181,76 @@ class MemoryRegistry final : public RegistryTarget {
   std::multimap<KeyHandle, std::shared_ptr<Node>> open_;
   std::vector<Failure> failures_;
 };
+
+#ifdef FERRANT_SHARED_TESTDATA
+// The add-in's scripts as the source tree has them, decoded; empty when the
+// file cannot be read. The source folder is the one the shared test data's
+// folder is named from ("<source>/../shared/testdata").
+inline std::u16string addinScriptText(const char* fileName) {
+  const std::filesystem::path path =
+      std::filesystem::path(FERRANT_SHARED_TESTDATA).parent_path().parent_path().parent_path() /
+      "src" / "addin" / fileName;
+  std::ifstream in(path, std::ios::binary);
+  const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  std::u16string text;
+  if (!in || !decodeRegistryScript(bytes, text)) return {};
+  return text;
+}
+#endif
+
+// Everything the two scripts of the add-in write, as MemoryRegistry lists it.
+inline std::vector<std::string> addinScriptLines(const std::string& modulePath,
+                                                 const std::string& appId) {
+  const std::string clsid = "HKCR\\CLSID\\{61442FFF-EB7A-4FD5-8095-0CF619BABA0D}";
+  const std::string addin = "HKLM\\Software\\Microsoft\\Office\\Outlook\\Addins\\Ferrant.PimAddin";
+  std::vector<std::string> lines = {
+      "HKCR\\AppID\\" + appId,
+      "HKCR\\AppID\\" + appId + " = s 'Ferrant'",
+      "HKCR\\AppID\\Ferrant.DLL",
+      "HKCR\\AppID\\Ferrant.DLL [AppID] = s '" + appId + "'",
+      clsid,
+      clsid + " = s 'PimAddin Class'",
+      clsid + " [AppID] = s '" + appId + "'",
+      clsid + "\\InprocServer32",
+      clsid + "\\InprocServer32 = s '" + modulePath + "'",
+      clsid + "\\InprocServer32 [ThreadingModel] = s 'Apartment'",
+      clsid + "\\ProgID",
+      clsid + "\\ProgID = s 'Ferrant.PimAddin.1'",
+      clsid + "\\Programmable",
+      clsid + "\\TypeLib",
+      clsid + "\\TypeLib = s '{A88DD810-57E2-49F7-B599-59AFA1953CAE}'",
+      clsid + "\\VersionIndependentProgID",
+      clsid + "\\VersionIndependentProgID = s 'Ferrant.PimAddin'",
+      "HKCR\\Ferrant.PimAddin",
+      "HKCR\\Ferrant.PimAddin = s 'PimAddin Class'",
+      "HKCR\\Ferrant.PimAddin\\CLSID",
+      "HKCR\\Ferrant.PimAddin\\CLSID = s '{61442FFF-EB7A-4FD5-8095-0CF619BABA0D}'",
+      "HKCR\\Ferrant.PimAddin\\CurVer",
+      "HKCR\\Ferrant.PimAddin\\CurVer = s 'Ferrant.PimAddin.1'",
+      "HKCR\\Ferrant.PimAddin.1",
+      "HKCR\\Ferrant.PimAddin.1 = s 'PimAddin Class'",
+      "HKCR\\Ferrant.PimAddin.1\\CLSID",
+      "HKCR\\Ferrant.PimAddin.1\\CLSID = s '{61442FFF-EB7A-4FD5-8095-0CF619BABA0D}'",
+      addin,
+      addin + " [CommandLineSafe] = d 0",
+      addin + " [Description] = s 'Corvel Brisa PIM Outlook Data Logging Addin'",
+      addin + " [FriendlyName] = s 'Corvel Brisa PIM Addin'",
+      addin + " [LoadBehavior] = d 3",
+  };
+  std::sort(lines.begin(), lines.end());
+  return lines;
+}
+
+// The keys registration makes that removal leaves: the AppID and CLSID
+// roots and the parents of the Addins entry.
+inline std::vector<std::string> addinScriptsKeptLines() {
+  return {"HKCR\\AppID",
+          "HKCR\\CLSID",
+          "HKLM\\Software",
+          "HKLM\\Software\\Microsoft",
+          "HKLM\\Software\\Microsoft\\Office",
+          "HKLM\\Software\\Microsoft\\Office\\Outlook",
+          "HKLM\\Software\\Microsoft\\Office\\Outlook\\Addins"};
+}
 
 }  // namespace PIM::testing
