@@ -67,5 +67,13 @@ HRESULT getEntryStringProperty(IUnknown* object, ULONG tag, std::string& utf8);
 HRESULT getEntryStringProperty(IUnknown* sourceFolder, const EntryId& itemId, ULONG tag,
                                std::string& utf8);
 
+#ifdef _WIN32
+// The command bars of the active explorer of Outlook's application (the one
+// OutlookApp holds), with a reference for the caller. E_INVALIDARG while no
+// application is held, E_POINTER when Outlook has no explorer open, else the
+// failing call's code. Main thread only; nothing is logged here.
+HRESULT getCommandBars(ComPtr<IDispatch>& commandBars);
+#endif
+
 }  // namespace OutlookUtils
 }  // namespace PIM
