@@ -193,6 +193,50 @@ TEST_F(RegistrarTest, TheAddinScriptsWriteTheirKeysValueByValueAndRemovalLeavesT
   }
 }
 
+// The machine's own roots, with keys no one else uses.
+TEST(RegistrarRoots, WritesAndRemovesBelowTheClassesRootAndTheLocalMachine) {
+  const wchar_t* clsid = L"CLSID\\{F0E1D2C3-B4A5-4697-8899-46455252414E}";
+  const wchar_t* machine = L"Software\\FerrantRegistrarTest\\RealRoots";
+  const std::u16string script =
+      u"HKCR { NoRemove CLSID { ForceRemove {F0E1D2C3-B4A5-4697-8899-46455252414E} = s 'Test' {\n"
+      u"  InprocServer32 = s '%MODULE%' { val ThreadingModel = s 'Apartment' } } } }\n"
+      u"HKEY_LOCAL_MACHINE { NoRemove Software { NoRemove FerrantRegistrarTest {\n"
+      u"  RealRoots { val LoadBehavior = d '3' } } } }\n";
+  const ScriptSubstitutions subs = {{u"MODULE", u"C:\\Fake\\Ferrant.dll"}};
+  Win32Registry registry;
+  auto opened = [](HKEY root, const wchar_t* path) {
+    HKEY key = nullptr;
+    const LONG r = RegOpenKeyExW(root, path, 0, KEY_READ | KEY_WOW64_64KEY, &key);
+    Lines lines;
+    if (r == ERROR_SUCCESS) {
+      lines = listing(key, "K");
+      lines.insert(lines.begin(), "exists");
+      RegCloseKey(key);
+    }
+    return lines;
+  };
+  ASSERT_EQ(applyRegistryText(script, subs, registry, true, "roots"), S_OK);
+  EXPECT_EQ(opened(HKEY_CLASSES_ROOT, clsid),
+            (Lines{"exists", "K = s 'Test'", "K\\InprocServer32",
+                   "K\\InprocServer32 = s 'C:\\Fake\\Ferrant.dll'",
+                   "K\\InprocServer32 [ThreadingModel] = s 'Apartment'"}));
+  EXPECT_EQ(opened(HKEY_LOCAL_MACHINE, machine), (Lines{"exists", "K [LoadBehavior] = d 3"}));
+
+  ASSERT_EQ(applyRegistryText(script, subs, registry, false, "roots"), S_OK);
+  EXPECT_EQ(opened(HKEY_CLASSES_ROOT, clsid), Lines{});
+  EXPECT_EQ(opened(HKEY_LOCAL_MACHINE, machine), Lines{});
+  auto exists = [](HKEY root, const wchar_t* path) {
+    HKEY key = nullptr;
+    if (RegOpenKeyExW(root, path, 0, KEY_READ | KEY_WOW64_64KEY, &key) != ERROR_SUCCESS)
+      return false;
+    RegCloseKey(key);
+    return true;
+  };
+  EXPECT_TRUE(exists(HKEY_CLASSES_ROOT, L"CLSID"));
+  EXPECT_TRUE(exists(HKEY_LOCAL_MACHINE, L"Software\\FerrantRegistrarTest"));
+  RegDeleteKeyExW(HKEY_LOCAL_MACHINE, L"Software\\FerrantRegistrarTest", KEY_WOW64_64KEY, 0);
+}
+
 TEST_F(RegistrarTest, ABadScriptChangesNothingAndIsLoggedWithItsLine) {
   testing::LogCapture log;
   Win32Registry registry;
@@ -275,16 +319,15 @@ TEST(RegistrarResource, LoadsTheScriptTextOfAResource) {
     EXPECT_EQ(loadRegistryScript(module.get(), c.id, text), c.hr) << c.id;
     EXPECT_EQ(text, c.text) << c.id;
   }
-  // This program has no resources at all.
-  std::u16string text;
-  EXPECT_EQ(loadRegistryScript(GetModuleHandleW(nullptr), 101, text),
-            HRESULT_FROM_WIN32(ERROR_RESOURCE_DATA_NOT_FOUND));
 }
 
 TEST(RegistrarResource, AMissingResourceFailsRegistrationWithALogLine) {
+  testing::TempDir dir;
+  ResourceModule module(dir, {{kAppIdScriptResource, "HKCU { }"}}, DONT_RESOLVE_DLL_REFERENCES);
+  ASSERT_NE(module.get(), nullptr);
   testing::LogCapture log;
-  EXPECT_EQ(applyRegistryResource(GetModuleHandleW(nullptr), 4242, true, kAppId),
-            HRESULT_FROM_WIN32(ERROR_RESOURCE_DATA_NOT_FOUND));
+  EXPECT_EQ(applyRegistryResource(module.get(), 4242, true, kAppId),
+            HRESULT_FROM_WIN32(ERROR_RESOURCE_NAME_NOT_FOUND));
   EXPECT_TRUE(log.contains("Could not load the registration script 4242"))
       << ::testing::PrintToString(log.lines());
 }

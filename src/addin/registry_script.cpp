@@ -415,10 +415,10 @@ class Applier {
   ScriptApplyResult result;
 
  private:
-  bool fail(long error, const std::string& path, const char* what) {
+  bool fail(long error, const std::string& path, const char* what, int line) {
     if (result.ok()) {
       result.error = error;
-      result.where = path + ": " + what;
+      result.where = path + ": " + what + " (script line " + std::to_string(line) + ")";
     }
     return false;
   }
@@ -436,12 +436,13 @@ class Applier {
   bool add(KeyHandle parent, const std::string& path, const ScriptKey& key) {
     if (key.flag == ScriptKey::Flag::Delete || key.flag == ScriptKey::Flag::ForceRemove) {
       const long r = target_.deleteTree(parent, key.name);
-      if (r != kKeyOk && r != kKeyNotFound) return fail(r, path, "could not delete the key");
+      if (r != kKeyOk && r != kKeyNotFound)
+        return fail(r, path, "could not delete the key", key.line);
       if (key.flag == ScriptKey::Flag::Delete) return true;
     }
     KeyHandle handle = nullptr;
     const long r = target_.createKey(parent, key.name, &handle);
-    if (r != kKeyOk) return fail(r, path, "could not create the key");
+    if (r != kKeyOk) return fail(r, path, "could not create the key", key.line);
     OpenKey owner(target_, handle);
     if (key.defaultValue && !set(handle, path, *key.defaultValue)) return false;
     for (const ScriptValue& value : key.values)
@@ -455,7 +456,7 @@ class Applier {
                        : target_.setDword(key, value.name, value.number);
     if (r == kKeyOk) return true;
     const std::string where = value.name.empty() ? path : path + " value " + toUtf8(value.name);
-    return fail(r, where, "could not write the value");
+    return fail(r, where, "could not write the value", value.line);
   }
 
   void removeAll(KeyHandle parent, const std::string& parentPath,
@@ -466,21 +467,21 @@ class Applier {
   void remove(KeyHandle parent, const std::string& path, const ScriptKey& key) {
     if (key.flag != ScriptKey::Flag::NoRemove) {
       const long r = target_.deleteTree(parent, key.name);
-      if (r != kKeyOk && r != kKeyNotFound) fail(r, path, "could not delete the key");
+      if (r != kKeyOk && r != kKeyNotFound) fail(r, path, "could not delete the key", key.line);
       return;
     }
     KeyHandle handle = nullptr;
     const long r = target_.openKey(parent, key.name, &handle);
     if (r == kKeyNotFound) return;  // nothing of ours can be below it
     if (r != kKeyOk) {
-      fail(r, path, "could not open the key");
+      fail(r, path, "could not open the key", key.line);
       return;
     }
     OpenKey owner(target_, handle);
     for (const ScriptValue& value : key.values) {
       const long d = target_.deleteValue(handle, value.name);
       if (d != kKeyOk && d != kKeyNotFound)
-        fail(d, path + " value " + toUtf8(value.name), "could not delete the value");
+        fail(d, path + " value " + toUtf8(value.name), "could not delete the value", value.line);
     }
     removeAll(handle, path, key.subkeys);
   }

@@ -127,7 +127,8 @@ class RegistryTarget {
 
 struct ScriptApplyResult {
   long error = kKeyOk;  // the first failure's code
-  std::string where;    // "HKLM\Software\...: what failed", empty on success
+  // "HKLM\Software\...: what failed (script line 4)", empty on success.
+  std::string where;
   bool ok() const { return error == kKeyOk; }
 };
 

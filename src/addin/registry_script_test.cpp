@@ -230,13 +230,13 @@ TEST(RegistryScriptApply, RemovalKeepsNoRemoveKeysAndWhatIsNotTheScripts) {
 }
 
 TEST(RegistryScriptApply, AddStopsAtTheFirstFailureAndRemovalCarriesOn) {
-  const std::string script = "HKCU { A { val V = d '1' } B { C } D }";
+  const std::string script = "HKCU {\n A { val V = d '1' }\n B {\n C }\n D }";
   {
     MemoryRegistry registry;
     registry.failOnce("setValue", "V", kKeyAccessDenied);
     const ScriptApplyResult r = applyRegistryScript(parsed(script), registry, true);
     EXPECT_EQ(r.error, kKeyAccessDenied);
-    EXPECT_EQ(r.where, "HKCU\\A value V: could not write the value");
+    EXPECT_EQ(r.where, "HKCU\\A value V: could not write the value (script line 2)");
     EXPECT_EQ(registry.listing(), Lines{"HKCU\\A"});
     EXPECT_EQ(registry.openHandles(), 0);
   }
@@ -245,7 +245,7 @@ TEST(RegistryScriptApply, AddStopsAtTheFirstFailureAndRemovalCarriesOn) {
     registry.failOnce("createKey", "C", kKeyDiskFull);
     const ScriptApplyResult r = applyRegistryScript(parsed(script), registry, true);
     EXPECT_EQ(r.error, kKeyDiskFull);
-    EXPECT_EQ(r.where, "HKCU\\B\\C: could not create the key");
+    EXPECT_EQ(r.where, "HKCU\\B\\C: could not create the key (script line 4)");
     EXPECT_EQ(registry.listing(), (Lines{"HKCU\\A", "HKCU\\A [V] = d 1", "HKCU\\B"}));
     EXPECT_EQ(registry.openHandles(), 0);
   }
@@ -256,7 +256,7 @@ TEST(RegistryScriptApply, AddStopsAtTheFirstFailureAndRemovalCarriesOn) {
     registry.failOnce("deleteTree", "B", kKeyWriteFault);
     const ScriptApplyResult r = applyRegistryScript(parsed(script), registry, false);
     EXPECT_EQ(r.error, kKeyAccessDenied);
-    EXPECT_EQ(r.where, "HKCU\\A: could not delete the key");
+    EXPECT_EQ(r.where, "HKCU\\A: could not delete the key (script line 2)");
     EXPECT_EQ(registry.listing(), (Lines{"HKCU\\A", "HKCU\\A [V] = d 1", "HKCU\\B", "HKCU\\B\\C"}))
         << "D went although A and B could not";
   }
