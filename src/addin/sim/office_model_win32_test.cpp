@@ -9,6 +9,7 @@
 
 #include <vector>
 
+#include "addin/sim/late_call_win32.h"
 #include "mapi/mapi_ptr.h"
 
 namespace OfficeModel {
@@ -16,70 +17,14 @@ namespace {
 
 using PIM::ComPtr;
 using ::testing::Contains;
-using ::testing::HasSubstr;
 
-struct Var {
-  VARIANT v;
-  Var() { VariantInit(&v); }
-  ~Var() { VariantClear(&v); }
-  Var(const Var&) = delete;
-  Var& operator=(const Var&) = delete;
-};
-
-VARIANT i4(long n) {
-  VARIANT v;
-  VariantInit(&v);
-  V_VT(&v) = VT_I4;
-  V_I4(&v) = n;
-  return v;
-}
-VARIANT i2(short n) {
-  VARIANT v;
-  VariantInit(&v);
-  V_VT(&v) = VT_I2;
-  V_I2(&v) = n;
-  return v;
-}
-VARIANT missing() {
-  VARIANT v;
-  VariantInit(&v);
-  V_VT(&v) = VT_ERROR;
-  V_ERROR(&v) = DISP_E_PARAMNOTFOUND;
-  return v;
-}
-VARIANT boolean(bool b) {
-  VARIANT v;
-  VariantInit(&v);
-  V_VT(&v) = VT_BOOL;
-  V_BOOL(&v) = b ? VARIANT_TRUE : VARIANT_FALSE;
-  return v;
-}
-// Not owned: the caller keeps `p` alive.
-VARIANT dispatch(IDispatch* p) {
-  VARIANT v;
-  VariantInit(&v);
-  V_VT(&v) = VT_DISPATCH;
-  V_DISPATCH(&v) = p;
-  return v;
-}
-
-// A late-bound call as the add-in makes it; `args` in declaration order.
-// A property put passes its one value named DISPID_PROPERTYPUT.
-HRESULT invoke(IDispatch* object, const wchar_t* name, WORD flags, std::vector<VARIANT> args,
-               VARIANT* result = nullptr, UINT* argErr = nullptr) {
-  DISPID id = DISPID_UNKNOWN;
-  LPOLESTR names[] = {const_cast<LPOLESTR>(name)};
-  HRESULT hr = object->GetIDsOfNames(IID_NULL, names, 1, LOCALE_USER_DEFAULT, &id);
-  if (FAILED(hr)) return hr;
-  std::vector<VARIANT> reversed(args.rbegin(), args.rend());
-  DISPID propput = DISPID_PROPERTYPUT;
-  bool put = flags & (DISPATCH_PROPERTYPUT | DISPATCH_PROPERTYPUTREF);
-  DISPPARAMS params{reversed.data(), put ? &propput : nullptr, static_cast<UINT>(reversed.size()),
-                    put ? 1u : 0u};
-  UINT err = 0;
-  return object->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, flags, &params, result, nullptr,
-                        argErr ? argErr : &err);
-}
+using SimCall::dispatch;
+using SimCall::i2;
+using SimCall::i4;
+using SimCall::invoke;
+using SimCall::missing;
+using SimCall::vbool;
+using Var = SimCall::Variant;
 
 ComPtr<IDispatch> take(Var& v) {
   EXPECT_EQ(V_VT(&v.v), VT_DISPATCH);
@@ -156,7 +101,7 @@ TEST(OfficeModel, AddTakesExactlyTheArgumentTypesOfAButtonAtTheEnd) {
       {"Parameter empty", {i4(1), missing(), VARIANT{}, i4(1), i2(-1)}, DISP_E_TYPEMISMATCH, 2},
       {"Before as VT_I2", {i4(1), missing(), missing(), i2(1), i2(-1)}, DISP_E_TYPEMISMATCH, 1},
       {"Temporary as VT_BOOL",
-       {i4(1), missing(), missing(), i4(1), boolean(true)},
+       {i4(1), missing(), missing(), i4(1), vbool(true)},
        DISP_E_TYPEMISMATCH,
        0},
       {"Before past the end", {i4(1), missing(), missing(), i4(3), i2(-1)}, DISP_E_BADINDEX, 0},
@@ -199,16 +144,13 @@ TEST(OfficeModel, ButtonPropertiesAreSetByNamedPutsOfTheirOwnType) {
   EXPECT_EQ(button->QueryInterface(kIidCommandBarButton, typed.putVoid()), S_OK);
 
   BSTR caption = SysAllocString(L"Capture");
-  VARIANT text;
-  VariantInit(&text);
-  V_VT(&text) = VT_BSTR;
-  V_BSTR(&text) = caption;
+  VARIANT text = SimCall::bstr(caption);
   EXPECT_EQ(invoke(button.get(), L"Caption", DISPATCH_PROPERTYPUT, {text}), S_OK);
   EXPECT_EQ(invoke(button.get(), L"TooltipText", DISPATCH_PROPERTYPUT, {text}), S_OK);
   EXPECT_EQ(invoke(button.get(), L"FaceId", DISPATCH_PROPERTYPUT, {i4(4)}), S_OK);
   EXPECT_EQ(invoke(button.get(), L"Style", DISPATCH_PROPERTYPUT, {i2(1)}), DISP_E_TYPEMISMATCH);
   EXPECT_EQ(invoke(button.get(), L"Visible", DISPATCH_PROPERTYPUT, {i4(-1)}), DISP_E_TYPEMISMATCH);
-  EXPECT_EQ(invoke(button.get(), L"Visible", DISPATCH_PROPERTYPUT, {boolean(true)}), S_OK);
+  EXPECT_EQ(invoke(button.get(), L"Visible", DISPATCH_PROPERTYPUT, {vbool(true)}), S_OK);
   EXPECT_EQ(invoke(button.get(), L"Caption", DISPATCH_PROPERTYPUT, {i4(1)}), DISP_E_TYPEMISMATCH);
   SysFreeString(caption);
 

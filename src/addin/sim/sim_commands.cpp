@@ -1,0 +1,194 @@
+#include "addin/sim/sim_commands.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdlib>
+
+namespace Sim {
+namespace {
+
+bool toInt(const std::string& text, int& out) {
+  const char* end = text.data() + text.size();
+  auto [p, ec] = std::from_chars(text.data(), end, out);
+  return ec == std::errc() && p == end && !text.empty();
+}
+
+bool toSeconds(const std::string& text, double& out) {
+  if (text.empty()) return false;
+  char* end = nullptr;
+  out = std::strtod(text.c_str(), &end);
+  return end == text.c_str() + text.size() && out >= 0;
+}
+
+std::string trim(const std::string& s) {
+  size_t b = s.find_first_not_of(" \t\r\n");
+  if (b == std::string::npos) return {};
+  size_t e = s.find_last_not_of(" \t\r\n");
+  return s.substr(b, e - b + 1);
+}
+
+bool parseBars(const std::string& text, std::vector<Bar>& bars, std::string& error) {
+  bars.clear();
+  if (text == "none") return true;
+  size_t start = 0;
+  while (true) {
+    size_t comma = text.find(',', start);
+    std::string item = text.substr(start, comma == std::string::npos ? comma : comma - start);
+    Bar bar{item, 0};
+    if (size_t colon = item.rfind(':'); colon != std::string::npos) {
+      bar.name = item.substr(0, colon);
+      if (!toInt(item.substr(colon + 1), bar.existingControls) || bar.existingControls < 0) {
+        error = "--bars: bad control count in \"" + item + "\"";
+        return false;
+      }
+    }
+    if (bar.name.empty()) {
+      error = "--bars: empty bar name in \"" + text + "\"";
+      return false;
+    }
+    bars.push_back(bar);
+    if (comma == std::string::npos) return true;
+    start = comma + 1;
+  }
+}
+
+Command make(Command::Kind kind, std::string text = {}, int number = 0) {
+  Command c;
+  c.kind = kind;
+  c.text = std::move(text);
+  c.number = number;
+  return c;
+}
+
+// The flags that take no argument, and where each goes.
+struct Flag {
+  const char* word;
+  bool Options::*field;
+};
+constexpr Flag kFlags[] = {
+    {"fail-qi", &Options::failQi},         {"fail-add", &Options::failAdd},
+    {"fail-advise", &Options::failAdvise}, {"null-app", &Options::nullApp},
+    {"no-mapi", &Options::noMapi},         {"expect-connect-fail", &Options::expectConnectFail},
+};
+
+// The words that take a value.
+const std::string kWithValue[] = {"mode", "bars",  "fail-item", "addin",     "log",   "timeout",
+                                  "pump", "click", "wait-log",  "wait-file", "script"};
+
+class Parser {
+ public:
+  Parser(const ScriptReader& read, std::string& error) : read_(read), error_(error) {}
+
+  bool run(const std::vector<std::string>& words, bool inScript) {
+    for (size_t i = 0; i < words.size(); ++i) {
+      std::string word = words[i];
+      if (word.rfind("--", 0) == 0) {
+        word.erase(0, 2);
+      } else if (!inScript) {
+        return fail("unexpected argument \"" + words[i] + "\"");
+      }
+      if (word == "shutdown") {
+        options.commands.push_back(make(Command::Kind::Shutdown));
+        continue;
+      }
+      bool isFlag = false;
+      for (const Flag& f : kFlags)
+        if (word == f.word) {
+          options.*f.field = true;
+          isFlag = true;
+        }
+      if (isFlag) continue;
+      if (std::find(std::begin(kWithValue), std::end(kWithValue), word) == std::end(kWithValue))
+        return fail("unknown command --" + word);
+      if (i + 1 >= words.size()) return fail("--" + word + " needs a value");
+      if (!withValue(word, words[++i], inScript)) return false;
+    }
+    return true;
+  }
+
+  Options options;
+
+ private:
+  bool withValue(const std::string& word, const std::string& value, bool inScript) {
+    if (word == "mode") {
+      if (value != "startup" && value != "after") return fail("--mode: startup or after");
+      options.mode = value == "startup" ? Mode::Startup : Mode::After;
+    } else if (word == "bars") {
+      return parseBars(value, options.bars, error_);
+    } else if (word == "fail-item") {
+      if (!toInt(value, options.failItem) || options.failItem < 1)
+        return fail("--fail-item: a bar number from 1");
+    } else if (word == "addin") {
+      options.addin = value;
+    } else if (word == "log") {
+      log_ = value;
+    } else if (word == "timeout") {
+      if (!toSeconds(value, timeoutS_)) return fail("--timeout: seconds");
+    } else if (word == "pump") {
+      Command c = make(Command::Kind::Pump);
+      if (!toInt(value, c.number) || c.number < 0) return fail("--pump: milliseconds");
+      options.commands.push_back(c);
+    } else if (word == "click") {
+      Command c = make(Command::Kind::Click, value);
+      if (value.empty()) return fail("--click: a caption or #N");
+      if (value[0] == '#' && (!toInt(value.substr(1), c.number) || c.number < 1))
+        return fail("--click: #N counts buttons from 1");
+      options.commands.push_back(c);
+    } else if (word == "wait-log") {
+      if (log_.empty()) return fail("--wait-log needs a --log before it");
+      if (value.empty()) return fail("--wait-log: the text to wait for");
+      Command c = make(Command::Kind::WaitLog, value);
+      c.log = log_;
+      c.timeoutS = timeoutS_;
+      options.commands.push_back(c);
+    } else if (word == "wait-file") {
+      if (value.empty()) return fail("--wait-file: a path");
+      Command c = make(Command::Kind::WaitFile, value);
+      c.timeoutS = timeoutS_;
+      options.commands.push_back(c);
+    } else if (word == "script") {
+      if (inScript) return fail("--script inside a script");
+      std::string text;
+      if (!read_(value, text)) return fail("--script: cannot read " + value);
+      return run(scriptWords(text), true);
+    }
+    return true;
+  }
+
+  bool fail(std::string why) {
+    error_ = std::move(why);
+    return false;
+  }
+
+  const ScriptReader& read_;
+  std::string& error_;
+  std::string log_;
+  double timeoutS_ = 30.0;
+};
+
+}  // namespace
+
+std::vector<std::string> scriptWords(const std::string& text) {
+  std::vector<std::string> words;
+  size_t start = text.rfind("\xEF\xBB\xBF", 0) == 0 ? 3 : 0;
+  while (start < text.size()) {
+    size_t end = text.find('\n', start);
+    if (end == std::string::npos) end = text.size();
+    std::string line = trim(text.substr(start, end - start));
+    start = end + 1;
+    if (line.empty() || line[0] == '#') continue;
+    size_t space = line.find_first_of(" \t");
+    words.push_back(line.substr(0, space));
+    if (space != std::string::npos) words.push_back(trim(line.substr(space)));
+  }
+  return words;
+}
+
+std::optional<Options> parseCommands(const std::vector<std::string>& words,
+                                     const ScriptReader& read, std::string& error) {
+  Parser parser(read, error);
+  if (!parser.run(words, false)) return std::nullopt;
+  return std::move(parser.options);
+}
+
+}  // namespace Sim

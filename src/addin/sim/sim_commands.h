@@ -1,0 +1,69 @@
+// The Outlook stand-in's command language: the words of its command line, or
+// of a script file with one command a line (the same words, the leading "--"
+// optional, the rest of the line the argument; blank lines and lines starting
+// with '#' are skipped).
+//
+// Settings (anywhere, the last one wins):
+//   --mode startup|after     connect as at Outlook's start-up (1) or later (0)
+//   --bars A,B:3,...|none    the command bars, each optionally with the number
+//                            of controls it already holds
+//   --fail-item N  --fail-qi  --fail-add  --fail-advise  --null-app
+//   --no-mapi                go on without MAPI when it cannot be started
+//   --addin PROGID           load only this add-in of the registry's
+//   --expect-connect-fail    a failed OnConnection is the expected outcome
+//   --log FILE  --timeout S  the log and time limit of the waits that follow
+//   --script FILE            read more words from FILE (no nesting)
+// Commands (run in order after start-up):
+//   --pump MS  --click CAPTION|#N  --wait-log TEXT  --wait-file PATH  --shutdown
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Sim {
+
+enum class Mode { Startup, After };
+
+struct Bar {
+  std::string name;
+  int existingControls = 0;
+  bool operator==(const Bar&) const = default;
+};
+
+struct Command {
+  enum class Kind { Pump, Click, WaitLog, WaitFile, Shutdown };
+  Kind kind = Kind::Pump;
+  std::string text;        // Click's caption, WaitLog's text, WaitFile's path
+  int number = 0;          // Pump's milliseconds; Click's button number when given as #N
+  std::string log;         // WaitLog: the file to watch
+  double timeoutS = 30.0;  // WaitLog, WaitFile
+};
+
+struct Options {
+  Mode mode = Mode::Startup;
+  std::vector<Bar> bars{{"Standard", 0}};
+  int failItem = 0;
+  bool failQi = false;
+  bool failAdd = false;
+  bool failAdvise = false;
+  bool nullApp = false;
+  bool noMapi = false;
+  bool expectConnectFail = false;
+  std::string addin;  // empty: every add-in with LoadBehavior 3
+  std::vector<Command> commands;
+};
+
+// Reads a script file into `text`; false when it cannot be read.
+using ScriptReader = std::function<bool(const std::string& path, std::string& text)>;
+
+// Parses the words (UTF-8, without the program name). On a usage error
+// returns nothing and says why in `error`.
+std::optional<Options> parseCommands(const std::vector<std::string>& words,
+                                     const ScriptReader& read, std::string& error);
+
+// Splits a script into words: per line the command and, if any, its argument.
+std::vector<std::string> scriptWords(const std::string& text);
+
+}  // namespace Sim
