@@ -10,6 +10,7 @@
 #include "mapi/mapi.h"
 #include "mapi/mapi_ptr.h"
 #include "store/fault_injector.h"
+#include "store/thread_sink.h"
 
 namespace PIM::store {
 namespace {
@@ -42,38 +43,6 @@ void* newBlock(ULONG size, uint64_t magic) {
   header->reserved = 0;
   return header + 1;
 }
-
-// Delivers notifications to the wrapped sink on the thread that raises them:
-// the store raises them on the thread that changed it, which is the thread a
-// test or the Linux host runs its loop on.
-class ForwardingSink final : public IMAPIAdviseSink {
- public:
-  explicit ForwardingSink(IMAPIAdviseSink* target)
-      : target_(ComPtr<IMAPIAdviseSink>::share(target)) {}
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
-    if (!out) return E_INVALIDARG;
-    if (iid == IID_IUnknown || iid == IID_IMAPIAdviseSink) {
-      *out = static_cast<IMAPIAdviseSink*>(this);
-      AddRef();
-      return S_OK;
-    }
-    *out = nullptr;
-    return E_NOINTERFACE;
-  }
-  ULONG STDMETHODCALLTYPE AddRef() override { return ++refs_; }
-  ULONG STDMETHODCALLTYPE Release() override {
-    const ULONG left = --refs_;
-    if (left == 0) delete this;
-    return left;
-  }
-  ULONG STDMETHODCALLTYPE OnNotify(ULONG count, LPNOTIFICATION notifications) override {
-    return target_->OnNotify(count, notifications);
-  }
-
- private:
-  std::atomic<ULONG> refs_{1};
-  ComPtr<IMAPIAdviseSink> target_;
-};
 
 }  // namespace
 
@@ -208,6 +177,6 @@ extern "C" HRESULT STDAPICALLTYPE HrThisThreadAdviseSink(LPMAPIADVISESINK lpAdvi
     *lppAdviseSink = nullptr;
     return injected;
   }
-  *lppAdviseSink = new PIM::store::ForwardingSink(lpAdviseSink);
-  return S_OK;
+  *lppAdviseSink = nullptr;
+  return PIM::store::makeThreadSink(lpAdviseSink, lppAdviseSink);
 }
