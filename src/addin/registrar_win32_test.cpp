@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <filesystem>
 
 #include "addin/registry_script_testing.h"
 #include "core/utils.h"
@@ -191,6 +190,20 @@ TEST_F(RegistrarTest, TheAddinScriptsWriteTheirKeysValueByValueAndRemovalLeavesT
     ASSERT_EQ(applyRegistryText(appIdScript, subs, registry, false, "appid"), S_OK);
     EXPECT_EQ(both(), before) << "round " << round;
   }
+
+  // Where nothing was before, the keys registration made that removal
+  // leaves are the AppID and CLSID roots and the Addins key's parents.
+  HKEY freshClasses = subkey(u"Fresh\\HKCR");
+  HKEY freshMachine = subkey(u"Fresh\\HKLM");
+  registry.redirect(RegistryRoot::ClassesRoot, freshClasses);
+  registry.redirect(RegistryRoot::LocalMachine, freshMachine);
+  ASSERT_EQ(applyRegistryText(appIdScript, subs, registry, true, "appid"), S_OK);
+  ASSERT_EQ(applyRegistryText(addinScript, subs, registry, true, "addin"), S_OK);
+  ASSERT_EQ(applyRegistryText(addinScript, subs, registry, false, "addin"), S_OK);
+  ASSERT_EQ(applyRegistryText(appIdScript, subs, registry, false, "appid"), S_OK);
+  Lines kept = listing(freshClasses, "HKCR");
+  for (const std::string& line : listing(freshMachine, "HKLM")) kept.push_back(line);
+  EXPECT_EQ(kept, testing::addinScriptsKeptLines());
 }
 
 // The machine's own roots, with keys no one else uses.
