@@ -111,12 +111,14 @@ HRESULT CFerrantModule::unregisterServer(bool unregisterTypeLib) {
                                 library.put())) &&
         SUCCEEDED(library->GetLibAttr(&attributes))) {
       // A library that was never registered is not an error here.
-      const HRESULT removed =
-          UnRegisterTypeLib(attributes->guid, attributes->wMajorVerNum, attributes->wMinorVerNum,
-                            attributes->lcid, attributes->syskind);
-      if (FAILED(removed) && removed != TYPE_E_REGISTRYACCESS &&
-          removed != TYPE_E_CANTLOADLIBRARY && removed != TYPE_E_LIBNOTREGISTERED)
-        hr = removed;
+      BSTR registered = nullptr;
+      if (SUCCEEDED(QueryPathOfRegTypeLib(attributes->guid, attributes->wMajorVerNum,
+                                          attributes->wMinorVerNum, attributes->lcid,
+                                          &registered))) {
+        SysFreeString(registered);
+        hr = UnRegisterTypeLib(attributes->guid, attributes->wMajorVerNum,
+                               attributes->wMinorVerNum, attributes->lcid, attributes->syskind);
+      }
       library->ReleaseTLibAttr(attributes);
     }
   }

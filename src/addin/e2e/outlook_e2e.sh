@@ -38,7 +38,9 @@ setup_prefix() {
     wineboot -i >/dev/null 2>&1 || true
     wineserver -w || true
   fi
-  wineserver -p 900
+  # Wine's server and services outlive this script: none may hold its output
+  # open, or CTest waits for them.
+  wineserver -p 900 </dev/null >/dev/null 2>&1
   win cmd /c exit >/dev/null 2>&1 || true
   win reg add 'HKCU\Software\Wine\WineDbg' /v ShowCrashDialog /t REG_DWORD /d 0 /f >/dev/null 2>&1
   local_appdata >"$WINEPREFIX/.ferrant-localappdata"
@@ -153,7 +155,7 @@ reference_capture() {  # reference_capture STORE DIR
 
 reg_value() {  # reg_value KEY NAME|/ve: the value's type and data, as reg query prints them
   win reg query "$1" $([ "$2" = /ve ] && echo /ve || echo /v "$2") 2>/dev/null | tr -d '\r' |
-    awk 'NF >= 2 && $0 ~ /REG_/ { sub(/^ +/, ""); sub(/^[^ ]*( [^R][^ ]*)* +REG_/, "REG_"); print; exit }'
+    grep -m1 ' REG_' | sed -E 's/^ *[^ ]+ +(REG_[A-Z_0-9]+) +/\1 /'
 }
 expect_reg() {  # expect_reg KEY NAME|/ve "REG_TYPE data"
   local got
