@@ -3,15 +3,22 @@
 #include <windows.h>
 
 #include "addin/ferrant_module_win32.h"
+#include "core/debug_logger.h"
 
-// Loading runs the application object's start-up, as the framework does for
-// a DLL: the hidden window must exist before the host makes its first call.
+// Loading starts the log before anything else can log, then runs the
+// application object's start-up, as the framework does for a DLL: the
+// hidden window must exist before the host makes its first call. Unloading
+// undoes both, the log last.
 extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID /*reserved*/) {
   if (reason == DLL_PROCESS_ATTACH) {
     _Module.setInstance(instance);
+    PIM::DebugLogger::instance().start();
     return theApp.InitInstance();
   }
-  if (reason == DLL_PROCESS_DETACH) theApp.ExitInstance();
+  if (reason == DLL_PROCESS_DETACH) {
+    theApp.ExitInstance();
+    PIM::DebugLogger::instance().stop();
+  }
   return TRUE;
 }
 
