@@ -32,7 +32,7 @@ ninja -C "$win64" -j "$(nproc)" Ferrant ferrant_mapi32 outlook-sim ferrant >&2 |
 cmake -S . -B "$native" -G Ninja -DCMAKE_BUILD_TYPE=Release -DFERRANT_TESTS=OFF \
   >"$native.configure.log" 2>&1 || { cat "$native.configure.log" >&2; exit 1; }
 ninja -C "$native" -j "$(nproc)" ferrant-fixture-gen >&2 || exit 1
-outlook=$root/$win64/outlook
+case $win64 in /*) outlook=$win64/outlook ;; *) outlook=$root/$win64/outlook ;; esac
 
 if [ -n "${BENCH_WORK:-}" ]; then
   work=$BENCH_WORK
@@ -44,12 +44,18 @@ fi
 export WINEPREFIX=$work/wine WINEDEBUG=-all TZ=UTC
 export WINEDLLOVERRIDES="mapi32=n,b;mscoree,mshtml="
 echo "making a Wine prefix ..." >&2
-wineboot -i >/dev/null 2>&1
-wineserver -w
-wineserver -p 900
+wineboot -i </dev/null >/dev/null 2>&1
+wineserver -w </dev/null >/dev/null 2>&1
+wineserver -p 900 </dev/null >/dev/null 2>&1
 win() { wine "$@" </dev/null; }
 wpath() { winepath -w "$1" 2>/dev/null; }
-win regsvr32 /s "$(wpath "$outlook/Ferrant.dll")" || { echo "regsvr32 failed" >&2; exit 1; }
+win cmd /c exit >/dev/null 2>&1
+# A new prefix may still be settling: registration is tried a few times.
+for try in 1 2 3 4 5; do
+  win regsvr32 /s "$(wpath "$outlook/Ferrant.dll")" && break
+  ((try == 5)) && { echo "regsvr32 failed" >&2; exit 1; }
+  sleep 2
+done
 # Capture only when asked, so that start-up is measured alone.
 win reg add 'HKCU\Software\Corvel\CVTK' /v autoCaptureInterval /t REG_DWORD /d 0 /f >/dev/null
 appdata=$(winepath -u "$(win cmd /c echo %LOCALAPPDATA% | tr -d '\r')")

@@ -44,6 +44,16 @@ setup_prefix() {
   win cmd /c exit >/dev/null 2>&1 || true
   win reg add 'HKCU\Software\Wine\WineDbg' /v ShowCrashDialog /t REG_DWORD /d 0 /f >/dev/null 2>&1
   local_appdata >"$WINEPREFIX/.ferrant-localappdata"
+  # A new prefix may still be settling: the first registration is tried a
+  # few times, then undone, so every scenario starts unregistered.
+  local dll try
+  dll=$(winpath "$OUTLOOK_DIR/Ferrant.dll")
+  for try in 1 2 3 4 5; do
+    win regsvr32 /s "$dll" && break
+    ((try == 5)) && { echo "regsvr32 failed in a new prefix"; exit 1; }
+    sleep 2
+  done
+  win regsvr32 /s /u "$dll" || { echo "regsvr32 /u failed"; exit 1; }
   [ -s "$WINEPREFIX/.ferrant-localappdata" ] || { echo "no local application data folder"; exit 1; }
 }
 
