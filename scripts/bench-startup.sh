@@ -44,8 +44,11 @@ fi
 export WINEPREFIX=$work/wine WINEDEBUG=-all TZ=UTC
 export WINEDLLOVERRIDES="mapi32=n,b;mscoree,mshtml="
 echo "making a Wine prefix ..." >&2
-wineboot -i </dev/null >/dev/null 2>&1
-wineserver -w </dev/null >/dev/null 2>&1
+wineserver -k 2>/dev/null  # a server left by an earlier run in the same folder
+if [ ! -f "$WINEPREFIX/system.reg" ]; then
+  wineboot -i </dev/null >/dev/null 2>&1
+  wineserver -w </dev/null >/dev/null 2>&1
+fi
 wineserver -p 900 </dev/null >/dev/null 2>&1
 win() { wine "$@" </dev/null; }
 wpath() { winepath -w "$1" 2>/dev/null; }
@@ -56,8 +59,13 @@ for try in 1 2 3 4 5; do
   ((try == 5)) && { echo "regsvr32 failed" >&2; exit 1; }
   sleep 2
 done
-# Capture only when asked, so that start-up is measured alone.
-win reg add 'HKCU\Software\Corvel\CVTK' /v autoCaptureInterval /t REG_DWORD /d 0 /f >/dev/null
+# Settings anew for each store (fixtures share their stores' identities, so
+# one store's chosen folders would name other folders of the next), capturing
+# only when asked, so that start-up is measured alone.
+settings() {
+  win reg delete 'HKCU\Software\Corvel' /f >/dev/null 2>&1
+  win reg add 'HKCU\Software\Corvel\CVTK' /v autoCaptureInterval /t REG_DWORD /d 0 /f >/dev/null
+}
 appdata=$(winepath -u "$(win cmd /c echo %LOCALAPPDATA% | tr -d '\r')")
 log=$(wpath "$appdata/Corvel/CVTK_Logs/CVTK_DBG.log")
 
@@ -70,6 +78,7 @@ field() { sed -n "s/.* $1=\\([0-9.]*\\).*/\\1/p"; }
 
 measure() {  # measure NAME STORE
   local name=$1 store=$2 i out
+  settings
   : >"$work/times"
   : >"$work/blocked"
   for ((i = 1; i <= runs; i++)); do
@@ -77,6 +86,7 @@ measure() {  # measure NAME STORE
     out=$(cd "$outlook" && FERRANT_STORE=$(wpath "$store") FERRANT_STORE_POLL_MS=0 \
       win ./outlook-sim.exe --log "$log" --click "#2" \
       --wait-log "Completed data capture process." --timeout 1800 2>/dev/null)
+    grep -q '^exit 0' <<<"$out" || { echo "the stand-in failed on $name:" >&2; echo "$out" >&2; }
     grep '^timing ' <<<"$out" >>"$work/times"
     grep '^loop ' <<<"$out" | field max_blocked_ms >>"$work/blocked"
   done

@@ -116,8 +116,8 @@ HRESULT CFerrantModule::unregisterServer(bool unregisterTypeLib) {
                                           attributes->wMinorVerNum, attributes->lcid,
                                           &registered))) {
         SysFreeString(registered);
-        hr = UnRegisterTypeLib(attributes->guid, attributes->wMajorVerNum,
-                               attributes->wMinorVerNum, attributes->lcid, attributes->syskind);
+        hr = UnRegisterTypeLib(attributes->guid, attributes->wMajorVerNum, attributes->wMinorVerNum,
+                               attributes->lcid, attributes->syskind);
       }
       library->ReleaseTLibAttr(attributes);
     }

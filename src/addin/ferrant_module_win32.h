@@ -12,6 +12,7 @@
 #pragma once
 
 #include <windows.h>
+// after windows.h, which it needs
 #include <oaidl.h>
 
 #include <atomic>

@@ -46,8 +46,7 @@ void waitForRun(bool shutdownMode) {
   PIM::DataCapture* capture = PIM::DataCapture::instance();
   while (!capture->waitForCapture(std::chrono::milliseconds(0))) {
     if (loop) {
-      loop->runUntil([capture] { return !capture->isCapturing(); },
-                     std::chrono::milliseconds(50));
+      loop->runUntil([capture] { return !capture->isCapturing(); }, std::chrono::milliseconds(50));
     } else {
       (void)capture->waitForCapture(std::chrono::milliseconds(50));
     }
@@ -89,12 +88,11 @@ class PimAddin::Extensibility final : public IDTExtensibility2 {
     return info ? info->GetIDsOfNames(names, count, ids) : E_FAIL;
   }
   HRESULT STDMETHODCALLTYPE Invoke(DISPID id, REFIID, LCID, WORD flags, DISPPARAMS* params,
-                                   VARIANT* result, EXCEPINFO* exception,
-                                   UINT* argError) override {
+                                   VARIANT* result, EXCEPINFO* exception, UINT* argError) override {
     ITypeInfo* info = _Module.typeInfo(IID_IDTExtensibility2);
     if (!info) return E_FAIL;
-    return info->Invoke(static_cast<IDTExtensibility2*>(this), id, flags, params, result,
-                        exception, argError);
+    return info->Invoke(static_cast<IDTExtensibility2*>(this), id, flags, params, result, exception,
+                        argError);
   }
 
   HRESULT STDMETHODCALLTYPE OnConnection(IDispatch* application, ext_ConnectMode connectMode,
@@ -251,8 +249,7 @@ HRESULT PimAddin::create(REFIID iid, void** out) {
 
 // CoInitialize on the host's thread only adds a reference to the apartment
 // the host made; the destructor gives it back.
-PimAddin::PimAddin()
-    : extensibility_(new Extensibility(this)), events_(new EventsPoint(this)) {
+PimAddin::PimAddin() : extensibility_(new Extensibility(this)), events_(new EventsPoint(this)) {
   PIM_ENTRY("PimAddin::PimAddin");
   CoInitialize(nullptr);
   _Module.lock();
@@ -347,9 +344,8 @@ HRESULT PimAddin::InterfaceSupportsErrorInfo(REFIID iid) {
 HRESULT PimAddin::OnConnection(IDispatch* application, ext_ConnectMode connectMode,
                                IDispatch* addInInst, SAFEARRAY** /*custom*/) {
   PIM_ENTRY("PimAddin::OnConnection");
-  PIM_LOG_MSG("OnConnection: " << pointerText(application) << " "
-                               << static_cast<int>(connectMode) << " "
-                               << pointerText(addInInst));
+  PIM_LOG_MSG("OnConnection: " << pointerText(application) << " " << static_cast<int>(connectMode)
+                               << " " << pointerText(addInInst));
   if (!application) {
     PIM_LOG_ERR("Outlook passed invalid application dispatch object");
     return E_INVALIDARG;

@@ -14,6 +14,7 @@
 #pragma once
 
 #include <windows.h>
+// after windows.h, which it needs
 #include <ocidl.h>
 
 #include <atomic>
@@ -22,7 +23,9 @@
 #include "extensibility.h"
 #include "ferrant.h"
 
-class PimAddin final : public IPimAddin, public IConnectionPointContainer, public ISupportErrorInfo {
+class PimAddin final : public IPimAddin,
+                       public IConnectionPointContainer,
+                       public ISupportErrorInfo {
  public:
   // A new object with one reference, and one lock on the module.
   static HRESULT create(REFIID iid, void** out);
@@ -37,9 +40,8 @@ class PimAddin final : public IPimAddin, public IConnectionPointContainer, publi
   HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT index, LCID lcid, ITypeInfo** info) override;
   HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID iid, LPOLESTR* names, UINT count, LCID lcid,
                                           DISPID* ids) override;
-  HRESULT STDMETHODCALLTYPE Invoke(DISPID id, REFIID iid, LCID lcid, WORD flags,
-                                   DISPPARAMS* params, VARIANT* result, EXCEPINFO* exception,
-                                   UINT* argError) override;
+  HRESULT STDMETHODCALLTYPE Invoke(DISPID id, REFIID iid, LCID lcid, WORD flags, DISPPARAMS* params,
+                                   VARIANT* result, EXCEPINFO* exception, UINT* argError) override;
 
   // IConnectionPointContainer
   HRESULT STDMETHODCALLTYPE EnumConnectionPoints(IEnumConnectionPoints** out) override;

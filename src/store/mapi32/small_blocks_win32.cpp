@@ -55,8 +55,8 @@ void* allocate(size_t size) {
     g_free[sizeClass] = g_free[sizeClass]->next;
   } else {
     if (g_chunkLeft < blockSize) {
-      g_chunk = static_cast<char*>(VirtualAlloc(nullptr, kChunk, MEM_COMMIT | MEM_RESERVE,
-                                                PAGE_READWRITE));
+      g_chunk = static_cast<char*>(
+          VirtualAlloc(nullptr, kChunk, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE));
       g_chunkLeft = g_chunk ? kChunk : 0;
     }
     if (g_chunk) {
