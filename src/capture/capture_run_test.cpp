@@ -449,5 +449,25 @@ TEST_F(CaptureRunTest, ANewControllerTakesOverTheFilesOfAnEarlierIndex) {
                                       "DataDirectory.xml", "Report.txt"}));
 }
 
+// A controller that lives on (ferrant watch) takes over the index another
+// capture left between its runs. A folder that index no longer names, its
+// file gone with it, is read again: the next index must not name the file
+// the other capture deleted.
+TEST_F(CaptureRunTest, AFolderTheAdoptedIndexLeftOutIsCapturedAgain) {
+  DataCapture* capture = DataCapture::instance();
+  runCapture(capture);
+  ASSERT_EQ(index(), firstIndex());
+  // The other capture: the tasks folder's file deleted, the index without it.
+  ASSERT_TRUE(env()->removeFile(dataFile(u"CVTK1001.XML")));
+  capture->adoptPreviousFiles({
+      DataDirectoryEntry{u"CVTK1000.XML", DataDirectoryEntry::Contacts, identity("contacts")},
+      DataDirectoryEntry{u"CVTK1002.XML", DataDirectoryEntry::Email, identity("inbox")},
+  });
+  runCapture(capture);
+  EXPECT_TRUE(capture->lastRunSummary().indexWritten);
+  expectIndexMatchesFolder();
+  EXPECT_EQ(indexedNames().size(), 3u) << index();
+}
+
 }  // namespace
 }  // namespace PIM::testing

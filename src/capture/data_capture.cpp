@@ -376,6 +376,7 @@ void DataCapture::adoptPreviousFiles(const std::vector<DataDirectoryEntry>& entr
   for (FolderRef& folder : folders_) {
     const FolderKind* kind = folderKind(folder->getFolderType());
     if (!kind) continue;
+    bool named = false;
     for (const DataDirectoryEntry& entry : entries) {
       // The index keeps only the folder's own entry id.
       if (entry.type != kind->indexType || entry.folder.folderId != folder->getFolder().folderId)
@@ -388,7 +389,15 @@ void DataCapture::adoptPreviousFiles(const std::vector<DataDirectoryEntry>& entr
         continue;
       folder->setFileName(entry.name);
       taken.push_back(entry.name);
+      named = true;
       break;
+    }
+    // Whoever wrote that index dropped this folder's file (or never had
+    // one): the name held from before may be gone, so the folder is read
+    // again rather than listed under it.
+    if (!named && !folder->getFileName().empty()) {
+      folder->setFileName(u"");
+      folder->setIsModified();
     }
   }
 }
