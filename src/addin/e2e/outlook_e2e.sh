@@ -353,6 +353,33 @@ scenario_failures() {
     "Failed to retrieve the command bar name for bar 1"
 }
 
+# The language files: a German Windows without strings.DEU falls back to
+# English; an add-in without any language file still runs, with empty texts.
+scenario_language() {
+  fresh
+  prefs 0 15
+  LC_ALL=de_DE.UTF-8 LANG=de_DE.UTF-8 sim --pump 100
+  [ "$sim_status" -eq 0 ] || fail "German: the stand-in exited with $sim_status"
+  expect_sim '^button bar="Standard" index=1 caption="Configure data capture"'
+  log_in_order "There is no language file for the current language & sub language: DE" \
+    "Installing toolbar buttons."
+  log_has_not "Unable to resolve Language file path"
+
+  # A copy of the add-in with no Language folder beside it.
+  mkdir -p "$work/bare"
+  cp "$OUTLOOK_DIR/Ferrant.dll" "$work/bare/"
+  win regsvr32 /s "$(winpath "$work/bare/Ferrant.dll")" || fail "regsvr32 of the copy failed"
+  win reg delete 'HKCU\Software\Corvel' /f >/dev/null 2>&1
+  rm -rf "$appdata/Corvel"
+  prefs 0 15
+  sim --click "#2" --timeout 120 --wait-log "Completed data capture process."
+  [ "$sim_status" -eq 0 ] || fail "no language files: the stand-in exited with $sim_status"
+  expect_sim '^button bar="Standard" index=2 caption="" ' '^DllCanUnloadNow hr=0x00000000'
+  log_in_order "Unable to resolve Language file path" "Installing toolbar buttons." \
+    "Completed data capture process."
+  win regsvr32 /s /u "$(winpath "$work/bare/Ferrant.dll")"
+}
+
 scenario_shutdown_waits() {
   fresh
   prefs 0 15
@@ -374,7 +401,7 @@ case $scenario in
   setup) setup_prefix ;;
   cleanup) wineserver -k 2>/dev/null || true ;;
   registration | capture_click | connect_after_startup | reload_one_folder | failures | \
-    shutdown_waits)
+    language | shutdown_waits)
     "scenario_$scenario"
     if ((failures)); then
       echo "--- log"
