@@ -450,8 +450,39 @@ PropList Profile::folderProps(size_t store, const Folder& f, bool forTable) {
 }
 
 PropList Profile::itemProps(size_t store, const Item& it, bool forTable) {
-  Store& s = *stores_[store];
   PropList out = it.props;
+  addComputedItemProps(store, it, forTable, out);
+  return out;
+}
+
+const PropList& Profile::rowProps(const TableRow& row) {
+  if (row.pending) {
+    row.props = itemProps(row.store, *row.item, true);
+    row.pending = false;
+  }
+  return row.props;
+}
+
+void Profile::rowPropTags(const TableRow& row, std::vector<ULONG>& tags) {
+  tags.clear();
+  if (!row.pending) {
+    for (const Prop& p : row.props.all()) tags.push_back(p.tag);
+    return;
+  }
+  // The item's own tags with empty values stand in for the values: the
+  // computed properties replace and follow them as they would the real ones.
+  PropList shell;
+  for (const Prop& p : row.item->props.all()) {
+    Prop tagOnly;
+    tagOnly.tag = p.tag;
+    shell.set(std::move(tagOnly));
+  }
+  addComputedItemProps(row.store, *row.item, true, shell);
+  for (const Prop& p : shell.all()) tags.push_back(p.tag);
+}
+
+void Profile::addComputedItemProps(size_t store, const Item& it, bool forTable, PropList& out) {
+  Store& s = *stores_[store];
   if (it.nid) {
     const Bytes longTerm = objectEntryId(s.uid, it.nid);
     const bool shortTerm = forTable && s.options.shortTermIdsInTables;
@@ -474,7 +505,6 @@ PropList Profile::itemProps(size_t store, const Item& it, bool forTable) {
     out.setDefault(Prop::ofText(PR_DISPLAY_CC_W, joinNames(it, MAPI_CC)));
     out.setDefault(Prop::ofText(PR_DISPLAY_BCC_W, joinNames(it, MAPI_BCC)));
   }
-  return out;
 }
 
 PropList Profile::attachmentProps(const Attachment& a) {
@@ -520,8 +550,7 @@ std::vector<TableRow> Profile::rows(const TableSource& source) {
       const bool associated = source.kind == TableSource::Kind::Associated;
       for (const auto& it : f->items)
         if (it->associated == associated)
-          out.push_back(
-              TableRow{instanceKey(source.store, it->nid), itemProps(source.store, *it, true), it});
+          out.push_back(TableRow{instanceKey(source.store, it->nid), {}, it, source.store, true});
       break;
     }
     case TableSource::Kind::Hierarchy:

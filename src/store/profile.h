@@ -61,11 +61,16 @@ struct TableSource {
   std::shared_ptr<Item> item;  // Attachments, Recipients
 };
 
-// One row as a table computes it.
+// One row as a table computes it. A contents row starts as its key and its
+// item alone: its properties are made the first time a restriction, a sort
+// or a read asks for them (Profile::rowProps), so that opening a table of a
+// large folder costs a key per item, not a copy of every item.
 struct TableRow {
   Bytes instanceKey;
-  PropList props;
+  mutable PropList props;
   std::shared_ptr<Item> item;  // contents rows: for sub-object restrictions
+  size_t store = 0;            // contents rows: the item's store
+  mutable bool pending = false;
 };
 
 class Profile : public std::enable_shared_from_this<Profile> {
@@ -142,6 +147,10 @@ class Profile : public std::enable_shared_from_this<Profile> {
   PropList storeProps(size_t store);
   PropList folderProps(size_t store, const Folder& folder, bool forTable);
   PropList itemProps(size_t store, const Item& item, bool forTable);
+  // A row's properties, made now when the row was made without them.
+  const PropList& rowProps(const TableRow& row);
+  // The tags of rowProps(row) in their order, without copying the values.
+  void rowPropTags(const TableRow& row, std::vector<ULONG>& tags);
   PropList attachmentProps(const Attachment& attachment);
   PropList recipientProps(const Recipient& recipient, size_t row);
   PropList abProps(uint32_t index);
@@ -159,6 +168,8 @@ class Profile : public std::enable_shared_from_this<Profile> {
   // every table showing this folder.
   void notifyFolder(size_t store, uint32_t folderNid, bool changedOnly, uint32_t itemNid = 0);
   Bytes instanceKey(size_t store, uint32_t nid) const;
+  // What itemProps adds to an item's own properties.
+  void addComputedItemProps(size_t store, const Item& it, bool forTable, PropList& out);
 
   mutable std::recursive_mutex lock_;  // guards everything below
   std::vector<std::unique_ptr<Store>> stores_;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <unordered_set>
 
 #include "core/debug_logger.h"
 #include "store/fault_injector.h"
@@ -20,7 +21,7 @@ namespace {
 class RowView : public RowAccess {
  public:
   RowView(Profile& profile, const TableRow& row) : profile_(profile), row_(row) {}
-  const Prop* find(ULONG propId) const override { return row_.props.find(propId); }
+  const Prop* find(ULONG propId) const override { return profile_.rowProps(row_).find(propId); }
   std::vector<PropList> subObjectRows(ULONG subObject) const override {
     std::vector<PropList> out;
     if (!row_.item) return out;
@@ -135,8 +136,8 @@ HRESULT TableImpl::buildRow(const TableRow& row, void* root, LPSPropValue* value
   void* base = root ? root : props;
   for (size_t i = 0; i < columns_.size(); ++i) {
     bool isError = false;
-    hr = deliver(row.props.find(PROP_ID(columns_[i])), columns_[i], base, props[i], options,
-                 isError);
+    hr = deliver(profile_->rowProps(row).find(PROP_ID(columns_[i])), columns_[i], base, props[i],
+                 options, isError);
     if (FAILED(hr)) return hr;
   }
   *values = root ? props : own.detach();
@@ -244,11 +245,16 @@ HRESULT TableImpl::QueryColumns(ULONG ulFlags, LPSPropTagArray* lpPropTagArray) 
   std::vector<ULONG> tags = columns_;
   if (ulFlags & TBL_ALL_COLUMNS) {
     // Every property any row has, after the current columns.
-    for (const TableRow& row : profile_->rows(source_))
-      for (const Prop& p : row.props.all())
-        if (p.type() != PT_ERROR && p.type() != PT_OBJECT &&
-            std::none_of(tags.begin(), tags.end(), [&p](ULONG t) { return PROP_ID(t) == p.id(); }))
-          tags.push_back(p.tag);
+    std::vector<ULONG> rowTags;
+    std::unordered_set<ULONG> seen;
+    for (ULONG t : tags) seen.insert(PROP_ID(t));
+    for (const TableRow& row : profile_->rows(source_)) {
+      profile_->rowPropTags(row, rowTags);
+      for (ULONG tag : rowTags)
+        if (PROP_TYPE(tag) != PT_ERROR && PROP_TYPE(tag) != PT_OBJECT &&
+            seen.insert(PROP_ID(tag)).second)
+          tags.push_back(tag);
+    }
   }
   MapiBuffer<SPropTagArray> out;
   HRESULT hr =
