@@ -248,13 +248,19 @@ scenario_capture_click() {
 scenario_connect_after_startup() {
   fresh
   prefs 0 15
-  sim --mode after --click "#2" --timeout 120 --wait-log "Completed data capture process."
+  sim --mode after --dispatch --click "#2" --timeout 120 \
+    --wait-log "Completed data capture process."
   [ "$sim_status" -eq 0 ] || fail "the stand-in exited with $sim_status"
   expect_sim '^call OnConnection mode=0 hr=0x00000000' '^button bar="Standard" index=2 '
   refuse_sim '^call OnStartupComplete'
+  # Both dual interfaces describe themselves from the DLL's type libraries,
+  # and a late-bound host reaches the add-in's methods by name.
+  expect_sim '^dispatch extensibility typeinfo_count=1 name=IDTExtensibility2 hr=0x00000000' \
+    '^dispatch object typeinfo_count=1 name=IPimAddin hr=0x00000000' \
+    '^dispatch OnAddInsUpdate dispid=3 hr=0x00000000'
   # Buttons and capturing come inside OnConnection.
   log_in_order "OnConnection: " "OnStartupComplete" "Installing toolbar buttons." \
-    "Completed data capture process." "OnDisconnection: 0"
+    "OnAddInsUpdate" "Completed data capture process." "OnDisconnection: 0"
   no_errors
 }
 

@@ -32,7 +32,7 @@ namespace {
 constexpr char kUsage[] =
     "usage: outlook-sim [--mode startup|after] [--bars NAME[:N],...|none] [--fail-item N]\n"
     "         [--fail-qi] [--fail-add] [--fail-advise] [--null-app] [--no-mapi]\n"
-    "         [--addin PROGID] [--expect-connect-fail] [--script FILE]\n"
+    "         [--addin PROGID] [--expect-connect-fail] [--dispatch] [--script FILE]\n"
     "         [--log FILE] [--timeout S] commands...\n"
     "commands, run in order: --pump MS  --click CAPTION|#N  --wait-log TEXT\n"
     "                        --wait-file PATH  --shutdown\n";

@@ -69,6 +69,7 @@ constexpr Flag kFlags[] = {
     {"fail-qi", &Options::failQi},         {"fail-add", &Options::failAdd},
     {"fail-advise", &Options::failAdvise}, {"null-app", &Options::nullApp},
     {"no-mapi", &Options::noMapi},         {"expect-connect-fail", &Options::expectConnectFail},
+    {"dispatch", &Options::dispatch},
 };
 
 // The words that take a value.

@@ -51,6 +51,9 @@ struct Options {
   bool nullApp = false;
   bool noMapi = false;
   bool expectConnectFail = false;
+  // After start-up, also reach the add-in through IDispatch as a late-bound
+  // host would: its type information and OnAddInsUpdate by name.
+  bool dispatch = false;
   std::string addin;  // empty: every add-in with LoadBehavior 3
   std::vector<Command> commands;
 };

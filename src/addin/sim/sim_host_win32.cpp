@@ -317,6 +317,7 @@ class Host {
   bool load(const AddinEntry& entry);
   void connect(Addin& addin);
   void startupComplete(Addin& addin);
+  void dispatchCheck(Addin& addin);
   void printButtons();
   void printCalls();
   bool runCommand(const Command& c);
@@ -436,6 +437,49 @@ void Host::startupComplete(Addin& addin) {
   printCalls();
   say("call OnStartupComplete hr=%s ms=%.2f", hex(hr).c_str(), addin.startupCompleteMs);
   if (FAILED(hr)) failed("OnStartupComplete failed");
+}
+
+// The add-in through IDispatch alone: each dual interface describes itself
+// (one type information, named by its own interface) and the extensibility
+// interface's methods are reached by name.
+void Host::dispatchCheck(Addin& addin) {
+  auto describe = [this](const char* what, IDispatch* dispatch) {
+    UINT count = 0;
+    HRESULT hr = dispatch->GetTypeInfoCount(&count);
+    ComPtr<ITypeInfo> info;
+    if (SUCCEEDED(hr)) hr = dispatch->GetTypeInfo(0, LOCALE_USER_DEFAULT, info.put());
+    BSTR name = nullptr;
+    if (SUCCEEDED(hr)) hr = info->GetDocumentation(MEMBERID_NIL, &name, nullptr, nullptr, nullptr);
+    say("dispatch %s typeinfo_count=%u name=%ls hr=%s", what, count, name ? name : L"-",
+        hex(hr).c_str());
+    SysFreeString(name);
+    if (FAILED(hr)) failed("the add-in's type information is missing");
+  };
+  describe("extensibility", addin.extension.get());
+  ComPtr<IDispatch> own;
+  HRESULT hr = addin.object->QueryInterface(IID_IDispatch, reinterpret_cast<void**>(own.put()));
+  if (FAILED(hr)) {
+    say("dispatch object hr=%s", hex(hr).c_str());
+    failed("the add-in has no IDispatch");
+    return;
+  }
+  describe("object", own.get());
+
+  wchar_t methodName[] = L"OnAddInsUpdate";
+  LPOLESTR names[] = {methodName};
+  DISPID id = DISPID_UNKNOWN;
+  hr = addin.extension->GetIDsOfNames(IID_NULL, names, 1, LOCALE_USER_DEFAULT, &id);
+  SafeArray custom;
+  VARIANT argument;
+  VariantInit(&argument);
+  argument.vt = VT_ARRAY | VT_VARIANT | VT_BYREF;
+  argument.pparray = custom.slot();
+  DISPPARAMS params{&argument, nullptr, 1, 0};
+  if (SUCCEEDED(hr))
+    hr = addin.extension->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_METHOD, &params,
+                                 nullptr, nullptr, nullptr);
+  say("dispatch OnAddInsUpdate dispid=%ld hr=%s", static_cast<long>(id), hex(hr).c_str());
+  if (FAILED(hr)) failed("OnAddInsUpdate through IDispatch failed");
 }
 
 std::string quoted(const std::optional<std::string>& text) {
@@ -601,6 +645,9 @@ int Host::run() {
       if (options_.mode == Mode::Startup)
         for (auto& addin : addins_)
           if (addin->connected) startupComplete(*addin);
+      if (options_.dispatch)
+        for (auto& addin : addins_)
+          if (addin->connected) dispatchCheck(*addin);
       for (auto& addin : addins_)
         say("timing class_object_ms=%.2f create_ms=%.2f connect_ms=%.2f startup_complete_ms=%.2f "
             "total_ms=%.2f",
