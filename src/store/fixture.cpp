@@ -890,6 +890,12 @@ std::shared_ptr<Profile> loadFixtureText(const std::string& text, const std::str
     const size_t colon = what.rfind(": ");
     if (colon != std::string::npos) what = what.substr(colon + 2);
     throw FixtureError(fileName + ": " + lineAndColumn(text, e.byte) + ": invalid JSON: " + what);
+  } catch (const Json::exception& e) {
+    // A number beyond a double's range, for one, is not a syntax error.
+    std::string what = e.what();
+    const size_t bracket = what.find("] ");
+    if (bracket != std::string::npos) what = what.substr(bracket + 2);
+    throw FixtureError(fileName + ": invalid JSON: " + what);
   }
   try {
     return Loader(fileName).load(doc);

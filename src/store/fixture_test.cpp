@@ -39,6 +39,8 @@ TEST(FixtureErrorTest, EachMistakeGivesOneMessageWithFileAndPlace) {
       {"{\"stores\": [",
        "box.json: line 1, column 13: invalid JSON: syntax error while parsing "
        "value - unexpected end of input; expected '[', '{', or a literal"},
+      {"{\"stores\": [], \"version\": 2e9999}",
+       "box.json: invalid JSON: number overflow parsing '2e9999'"},
       {"{\n  \"stores\": [],\n  \"x\": 1\n}",
        "box.json: /x: unknown member \"x\" (expected one "
        "of: format, version, stores, addressBook)"},
