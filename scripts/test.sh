@@ -59,7 +59,8 @@ for stage in "${stages[@]}"; do
           -DFERRANT_FUZZ=ON -DFERRANT_TESTS=OFF -DCMAKE_CXX_FLAGS=-fsanitize=address,undefined; then
         for f in $(find build/fuzz -type f -name '*_fuzz' -perm -u+x | sort); do
           bash scripts/fuzz.sh "$f" 20
-          record "$(basename "$f")" $?
+          status=$?  # before the name's command substitution resets $?
+          record "$(basename "$f")" $status
         done
       else record fuzz-build 1; fi
       ;;
@@ -68,7 +69,8 @@ for stage in "${stages[@]}"; do
       if configure_build build/bench -DCMAKE_BUILD_TYPE=Release -DFERRANT_BENCH=ON -DFERRANT_TESTS=OFF; then
         for b in $(find build/bench -type f -name '*_bench' -perm -u+x | sort); do
           "$b" --benchmark_min_time=0.01
-          record "$(basename "$b")" $?
+          status=$?
+          record "$(basename "$b")" $status
         done
         # The capture benchmark at its smallest size: it has to finish, its
         # figures are not judged here.
