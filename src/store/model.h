@@ -53,6 +53,15 @@ struct Prop {
   static Prop ofError(ULONG propId, SCODE error);
   static Prop ofMvBinary(ULONG tag, std::vector<Bytes> values);
   static Prop ofMvText(ULONG tag, std::vector<std::u16string> values);
+  static Prop ofI2(ULONG tag, int16_t value);
+  // PT_R4, PT_DOUBLE or PT_APPTIME, as the tag says (else PT_DOUBLE).
+  static Prop ofReal(ULONG tag, double value);
+  static Prop ofClsid(ULONG tag, Bytes guid);
+  // PT_MV_I2, PT_MV_LONG, PT_MV_I8 or PT_MV_SYSTIME, as the tag says (else
+  // PT_MV_LONG).
+  static Prop ofMvNum(ULONG tag, std::vector<int64_t> values);
+  static Prop ofMvString8(ULONG tag, std::vector<std::string> values);
+  static Prop ofMvClsid(ULONG tag, std::vector<Bytes> guids);
 };
 
 // At most one value per property identifier, in the order they were set.

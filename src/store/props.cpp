@@ -68,6 +68,46 @@ Prop Prop::ofMvText(ULONG tag, std::vector<std::u16string> values) {
   p.texts = std::move(values);
   return p;
 }
+Prop Prop::ofI2(ULONG tag, int16_t value) {
+  Prop p;
+  p.tag = CHANGE_PROP_TYPE(tag, PT_I2);
+  p.num = value;
+  return p;
+}
+Prop Prop::ofReal(ULONG tag, double value) {
+  Prop p;
+  const ULONG type = PROP_TYPE(tag);
+  p.tag = type == PT_R4 || type == PT_APPTIME ? tag : CHANGE_PROP_TYPE(tag, PT_DOUBLE);
+  p.real = value;
+  return p;
+}
+Prop Prop::ofClsid(ULONG tag, Bytes guid) {
+  Prop p;
+  p.tag = CHANGE_PROP_TYPE(tag, PT_CLSID);
+  p.bin = std::move(guid);
+  return p;
+}
+Prop Prop::ofMvNum(ULONG tag, std::vector<int64_t> values) {
+  Prop p;
+  const ULONG type = PROP_TYPE(tag);
+  p.tag = type == PT_MV_I2 || type == PT_MV_I8 || type == PT_MV_SYSTIME
+              ? tag
+              : CHANGE_PROP_TYPE(tag, PT_MV_LONG);
+  p.nums = std::move(values);
+  return p;
+}
+Prop Prop::ofMvString8(ULONG tag, std::vector<std::string> values) {
+  Prop p;
+  p.tag = CHANGE_PROP_TYPE(tag, PT_MV_STRING8);
+  p.strs = std::move(values);
+  return p;
+}
+Prop Prop::ofMvClsid(ULONG tag, std::vector<Bytes> guids) {
+  Prop p;
+  p.tag = CHANGE_PROP_TYPE(tag, PT_MV_CLSID);
+  p.bins = std::move(guids);
+  return p;
+}
 
 const Prop* PropList::find(ULONG propId) const {
   for (const Prop& p : props_)
