@@ -7,6 +7,9 @@
 #include "mapi/com_error.h"
 #include "store/fixture.h"
 #include "store/profile.h"
+#ifdef FERRANT_PST
+#include "store/pst/pst_store.h"
+#endif
 
 #ifndef FERRANT_SOURCE_SAMPLE
 #define FERRANT_SOURCE_SAMPLE ""
@@ -36,7 +39,17 @@ bool StoreSession::open(const std::u16string& path, std::string& error) {
     return false;
   }
   try {
+#ifdef FERRANT_PST
+    // Outlook data files are told by their signature, whatever their name.
+    if (store::isPstFile(path)) {
+      loader_ = [](const std::u16string& p) { return store::loadPstFile(p); };
+      profile_ = loader_(path);
+    } else {
+      profile_ = store::loadFixtureFile(path);
+    }
+#else
     profile_ = store::loadFixtureFile(path);
+#endif
   } catch (const std::exception& e) {
     error = e.what();
     return false;

@@ -1,9 +1,10 @@
 // The message store a ferrant command works on: a store file (a JSON
-// fixture of the reference store) loaded and logged on to, its session handed
-// to OutlookApp for as long as the command runs, as the add-in hands over
-// Outlook's.
+// fixture of the reference store, or on Linux an Outlook data file) loaded
+// and logged on to, its session handed to OutlookApp for as long as the
+// command runs, as the add-in hands over Outlook's.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -33,10 +34,16 @@ class StoreSession {
   IMAPISession* session() const { return session_.get(); }
   const std::shared_ptr<store::Profile>& profile() const { return profile_; }
   const std::u16string& path() const { return path_; }
+  // How a watcher loads the file again: empty for fixtures (its own
+  // loader), the data file loader for Outlook data files.
+  const std::function<std::shared_ptr<store::Profile>(const std::u16string&)>& loader() const {
+    return loader_;
+  }
 
  private:
   std::u16string path_;
   std::shared_ptr<store::Profile> profile_;
+  std::function<std::shared_ptr<store::Profile>(const std::u16string&)> loader_;
   ComPtr<IMAPISession> session_;
 };
 

@@ -420,8 +420,9 @@ ReloadResult reloadFixtureFile(Profile& live, const std::u16string& path) {
 }
 
 // ---- FixtureWatcher --------------------------------------------------------------
-FixtureWatcher::FixtureWatcher(std::shared_ptr<Profile> live, std::u16string path)
-    : live_(std::move(live)), path_(std::move(path)), seen_(stamp()) {}
+FixtureWatcher::FixtureWatcher(std::shared_ptr<Profile> live, std::u16string path,
+                               StoreFileLoader load)
+    : live_(std::move(live)), path_(std::move(path)), load_(std::move(load)), seen_(stamp()) {}
 
 FixtureWatcher::Stamp FixtureWatcher::stamp() const {
   const std::filesystem::path native = nativePath(path_);
@@ -441,7 +442,18 @@ ReloadResult FixtureWatcher::check() {
   const bool firstTry = !(now == seen_);
   seen_ = now;
   retry_ = false;
-  ReloadResult result = reloadFixtureFile(*live_, path_);
+  ReloadResult result;
+  if (!load_) {
+    result = reloadFixtureFile(*live_, path_);
+  } else {
+    try {
+      const std::shared_ptr<Profile> fresh = load_(path_);
+      result = reloadProfile(*live_, *fresh);
+    } catch (const std::exception& e) {
+      result.status = ReloadResult::Status::LoadFailed;
+      result.error = e.what();
+    }
+  }
   if (result.status == ReloadResult::Status::LoadFailed) {
     if (firstTry) {
       // Likely caught halfway through a save: look again next time.

@@ -26,6 +26,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -60,12 +61,17 @@ ReloadResult reloadProfile(Profile& live, Profile& fresh);
 // load gives LoadFailed with the loader's text and changes nothing.
 ReloadResult reloadFixtureFile(Profile& live, const std::u16string& path);
 
+// Loads a store file of another kind (a data file) for the watcher; throws
+// an exception whose text is one line when the file does not load.
+using StoreFileLoader = std::function<std::shared_ptr<Profile>(const std::u16string& path)>;
+
 // Polls a fixture file's modification time and size and applies each new
 // version to the profile loaded from it. Make it right after loading the
 // profile: the file as it is then counts as loaded. Use from one thread.
 class FixtureWatcher {
  public:
-  FixtureWatcher(std::shared_ptr<Profile> live, std::u16string path);
+  // `load` reads files that are not fixtures; empty = the fixture loader.
+  FixtureWatcher(std::shared_ptr<Profile> live, std::u16string path, StoreFileLoader load = {});
 
   // Unchanged when the file looks as it did at the last check. Otherwise the
   // file is loaded and applied: Applied, Unchanged (same content) or
@@ -86,6 +92,7 @@ class FixtureWatcher {
 
   std::shared_ptr<Profile> live_;
   std::u16string path_;
+  StoreFileLoader load_;
   Stamp seen_;          // the version last looked at
   bool retry_ = false;  // seen_ failed to load once and gets one more try
 };
