@@ -11,6 +11,7 @@
 #include "core/debug_logger.h"
 #include "core/utils.h"
 #include "store/fixture.h"
+#include "store/one_off_entry_id.h"
 #include "store/pst/compressed_rtf.h"
 
 namespace PIM::store {
@@ -444,6 +445,7 @@ class Loader {
     const uint32_t codePage = codePageOf(raw);
     item.props = props(raw, codePage, true);
     readBody(raw, codePage, item);
+    senderAsOneOff(item.props);
 
     ItemOwner recipients;
     if (libpff_message_get_recipients(message, recipients.put(), nullptr) == 1 && recipients) {
@@ -488,6 +490,26 @@ class Loader {
       item.attachments.push_back(std::move(att));
     }
     return item;
+  }
+
+  // The sender's entry id points into an address book the file does not
+  // hold (Exchange's, or the sending profile's): it becomes a one-off entry
+  // of the sender's name and address, which the session opens as a mail
+  // user.
+  static void senderAsOneOff(PropList& props) {
+    static const uint8_t kOneOffUid[16] = {0x81, 0x2B, 0x1F, 0xA4, 0xBE, 0xA3, 0x10, 0x19,
+                                           0x9D, 0x6E, 0x00, 0xDD, 0x01, 0x0F, 0x54, 0x02};
+    const Prop* id = props.find(PROP_ID(PR_SENDER_ENTRYID));
+    if (!id || id->type() != PT_BINARY) return;
+    if (id->bin.size() >= 20 && std::memcmp(id->bin.data() + 4, kOneOffUid, 16) == 0) return;
+    OneOffEntryId entry;
+    entry.displayName = text_(props, PR_SENDER_NAME_W);
+    const std::u16string smtp = text_(props, PROP_TAG(PT_UNICODE, 0x5D01));  // sender's SMTP
+    entry.addressType = smtp.empty() ? text_(props, PR_SENDER_ADDRTYPE_W) : u"SMTP";
+    entry.address = smtp.empty() ? text_(props, PR_SENDER_EMAIL_ADDRESS_W) : smtp;
+    if (entry.displayName.empty() && entry.address.empty()) return;
+    if (entry.addressType.empty()) entry.addressType = u"SMTP";
+    props.set(Prop::ofBinary(PR_SENDER_ENTRYID, encodeOneOffEntryId(entry)));
   }
 
   // HTML as text in its code page. Without HTML, a body kept as compressed
