@@ -50,6 +50,57 @@ ULONG sizeOf(const Item& item) {
   return size;
 }
 
+// FNV-1a over everything an item holds, so that its change key moves with
+// any edit a reload makes, and only then.
+class ContentHash {
+ public:
+  void add(const void* data, size_t size) {
+    const auto* bytes = static_cast<const uint8_t*>(data);
+    for (size_t i = 0; i < size; ++i) value_ = (value_ ^ bytes[i]) * 0x100000001B3ull;
+  }
+  void add(uint64_t number) { add(&number, sizeof number); }
+  template <class Text>
+  void addText(const Text& text) {
+    add(text.size());
+    add(text.data(), text.size() * sizeof(text[0]));
+  }
+  void add(const PropList& props) {
+    add(props.all().size());
+    for (const Prop& p : props.all()) {
+      add(p.tag);
+      add(static_cast<uint64_t>(p.num));
+      add(&p.real, sizeof p.real);
+      addText(p.text);
+      addText(p.str);
+      addText(p.bin);
+      addText(p.nums);
+      add(p.texts.size());
+      for (const std::u16string& t : p.texts) addText(t);
+      add(p.strs.size());
+      for (const std::string& t : p.strs) addText(t);
+      add(p.bins.size());
+      for (const Bytes& b : p.bins) addText(b);
+    }
+  }
+  void add(const Item& item) {
+    add(item.props);
+    add(item.associated ? 1 : 0);
+    add(item.recipients.size());
+    for (const Recipient& r : item.recipients) add(r.props);
+    add(item.attachments.size());
+    for (const Attachment& a : item.attachments) {
+      add(a.props);
+      addText(a.data);
+      add(a.embedded ? 1 : 0);
+      if (a.embedded) add(*a.embedded);
+    }
+  }
+  uint64_t value() const { return value_; }
+
+ private:
+  uint64_t value_ = 0xCBF29CE484222325ull;
+};
+
 void numberAttachments(Item& item) {
   ULONG num = 0;
   for (Attachment& a : item.attachments) {
@@ -500,6 +551,15 @@ void Profile::addComputedItemProps(size_t store, const Item& it, bool forTable, 
                                                     (it.associated ? MSGFLAG_ASSOCIATED : 0) |
                                                     MSGFLAG_READ));
   out.setDefault(Prop::ofLong(PR_MESSAGE_SIZE, static_cast<int32_t>(sizeOf(it))));
+  // A store's change key changes whenever the item is saved; here, whenever
+  // its content does, which also keeps it the same across loads of one file.
+  if (!it.props.find(PROP_ID(PR_CHANGE_KEY))) {
+    ContentHash hash;
+    hash.add(it);
+    Bytes key(8);
+    for (size_t i = 0; i < key.size(); ++i) key[i] = static_cast<uint8_t>(hash.value() >> (8 * i));
+    out.set(Prop::ofBinary(PR_CHANGE_KEY, std::move(key)));
+  }
   if (!it.recipients.empty()) {
     out.setDefault(Prop::ofText(PR_DISPLAY_TO_W, joinNames(it, MAPI_TO)));
     out.setDefault(Prop::ofText(PR_DISPLAY_CC_W, joinNames(it, MAPI_CC)));
