@@ -4,21 +4,27 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <map>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <thread>
 
 #include "addin/outlook_app.h"
+#include "app/all_folders.h"
+#include "app/capture_fingerprints.h"
 #include "app/data_folder.h"
 #include "app/data_folder_lock.h"
 #include "app/data_index_reader.h"
 #include "app/exit_codes.h"
+#include "app/folder_catalog.h"
 #include "app/run_report.h"
 #include "app/settings_follower.h"
 #include "app/store_session.h"
 #include "capture/data_capture.h"
 #include "core/debug_logger.h"
 #include "core/utils.h"
+#include "data/calendar_entry.h"
 #include "data/data_file.h"
 #include "platform/env.h"
 #include "prefs/preferences.h"
@@ -29,17 +35,29 @@ namespace PIM {
 namespace {
 
 const char kCaptureUsage[] =
-    "usage: ferrant capture [--store FILE] [--data-dir DIR] [--force] [--no-wait]\n"
+    "usage: ferrant capture [--store FILE] [--data-dir DIR] [--force] [--no-wait] [--full]\n"
+    "                       [--all-folders] [--as-of YYYY-MM-DD]\n"
     "\n"
     "Captures the chosen folders once, as the toolbar's capture button does: each\n"
-    "folder gets a new data file, stale files are deleted and DataDirectory.xml is\n"
-    "written again. Ctrl-C cancels: the folders not yet read keep the files the\n"
-    "previous index names, and the run still cleans up and writes the index.\n"
+    "folder that changed since the last capture into the data folder gets a new\n"
+    "data file, stale files are deleted and DataDirectory.xml is written again.\n"
+    "A folder whose items, settings and file are as the last capture left them\n"
+    "keeps its file (what was captured is remembered in .ferrant.fingerprints).\n"
+    "Ctrl-C cancels: the folders not yet read keep the files the previous index\n"
+    "names, and the run still cleans up and writes the index.\n"
     "A data folder is written by one ferrant at a time; a second one waits.\n"
     "\n"
     "  --store FILE     the store file to read (default: the bundled sample mailbox)\n"
     "  --data-dir DIR   where the files go (default: the data folder, see 'ferrant paths')\n"
     "{options}"
+    "  --full           read and write every folder, changed or not\n"
+    "  --all-folders    this run only, instead of the chosen folders: every calendar,\n"
+    "                   contacts, e-mail and tasks folder of the default store's top of\n"
+    "                   information store, that folder included (not search folders)\n"
+    "  --as-of YYYY-MM-DD  count the calendar's days before and after from this day\n"
+    "                   instead of today, as for an old archive (this run only)\n"
+    "\n"
+    "The settings saved with 'ferrant prefs' are never changed by these options.\n"
     "\n"
     "Exit status: 0 done; 1 some of it failed (a folder not read, a file not written,\n"
     "errors in the log), one line each on stderr; 2 usage, or a folder that is not\n"
@@ -242,22 +260,204 @@ std::string modeText(const Preferences& prefs) {
   }
 }
 
+// "YYYY-MM-DD", a day that exists, years 1601 to 9999.
+bool parseDay(const std::string& text, SystemTime& day) {
+  if (text.size() != 10 || text[4] != '-' || text[7] != '-') return false;
+  for (size_t i : {0, 1, 2, 3, 5, 6, 8, 9})
+    if (text[i] < '0' || text[i] > '9') return false;
+  const int year = std::stoi(text.substr(0, 4));
+  const int month = std::stoi(text.substr(5, 2));
+  const int dayOfMonth = std::stoi(text.substr(8, 2));
+  if (year < 1601 || month < 1 || month > 12 || dayOfMonth < 1) return false;
+  static const int kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+  const bool leap = (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
+  if (dayOfMonth > kDays[month - 1] + (month == 2 && leap ? 1 : 0)) return false;
+  day = SystemTime();
+  day.year = static_cast<uint16_t>(year);
+  day.month = static_cast<uint16_t>(month);
+  day.day = static_cast<uint16_t>(dayOfMonth);
+  return true;
+}
+
+// The calendar counts from the day given for this run only.
+class WindowDayScope {
+ public:
+  explicit WindowDayScope(const std::optional<SystemTime>& day) {
+    CalendarEntry::setWindowDay(day ? &*day : nullptr);
+  }
+  ~WindowDayScope() { CalendarEntry::setWindowDay(nullptr); }
+  WindowDayScope(const WindowDayScope&) = delete;
+  WindowDayScope& operator=(const WindowDayScope&) = delete;
+};
+
+int32_t indexTypeOf(uint32_t folderType) {
+  switch (folderType) {
+    case kFolderCalendar:
+      return DataDirectoryEntry::Calendar;
+    case kFolderContacts:
+      return DataDirectoryEntry::Contacts;
+    case kFolderEmail:
+      return DataDirectoryEntry::Email;
+    default:
+      return DataDirectoryEntry::Tasks;
+  }
+}
+
+std::string fingerprintKey(int32_t indexType, const OutlookFolder& folder) {
+  return std::to_string(indexType) + " " + toUtf8(folder.folderId.toWstring());
+}
+
+// Remembers each folder's fingerprint as it is now, and says which folders
+// the last capture left as they are, so that the run keeps their files.
+class UnchangedFolders {
+ public:
+  UnchangedFolders(std::u16string dataFolder, const SystemTime& day)
+      : dataFolder_(std::move(dataFolder)), day_(day) {}
+
+  // The last run's fingerprints; a file that cannot be trusted is named
+  // and left out.
+  void readPrevious(const Console& console) {
+    std::string error;
+    if (!readFingerprints(dataFolder_, previous_, error)) {
+      console.err << "ferrant capture: ignoring "
+                  << toUtf8(dataFolder_ + kPathSeparator + kFingerprintFileName) << " (" << error
+                  << "); every folder is read again\n";
+    }
+  }
+
+  bool unchanged(const MonitoredFolder& folder) {
+    const int32_t type = indexTypeOf(folder.getFolderType());
+    const std::optional<uint64_t> hash =
+        folderFingerprint(folder.getMapiFolder(), folder.getFolderType(), day_);
+    if (!hash) return false;
+    current_[fingerprintKey(type, folder.getFolder())] = *hash;
+    const std::string id = toUtf8(folder.getFolder().folderId.toWstring());
+    for (const FolderFingerprint& old : previous_) {
+      if (old.type != type || old.folderId != id) continue;
+      if (old.hash != *hash || old.fileName != folder.getFileName()) return false;
+      if (old.fileName.empty()) return true;
+      // A file deleted or edited since is written again.
+      uint64_t size = 0;
+      int64_t time = 0;
+      return fileStamp(dataFolder_ + kPathSeparator + old.fileName, size, time) &&
+             size == old.fileSize && time == old.fileTime;
+    }
+    return false;
+  }
+
+  // The fingerprints of the folders whose files are now as the run left
+  // them; written only when the index was.
+  bool write(const DataCapture::RunSummary& summary) const {
+    std::vector<FolderFingerprint> folders;
+    for (const DataCapture::RunSummary::Folder& folder : summary.folders) {
+      if (FAILED(folder.result) || folder.fileFailed) continue;
+      const auto hash = current_.find(fingerprintKey(folder.indexType, folder.folder));
+      if (hash == current_.end()) continue;
+      FolderFingerprint entry;
+      entry.type = folder.indexType;
+      entry.folderId = toUtf8(folder.folder.folderId.toWstring());
+      entry.hash = hash->second;
+      entry.fileName = folder.fileName;
+      if (!entry.fileName.empty() &&
+          !fileStamp(dataFolder_ + kPathSeparator + entry.fileName, entry.fileSize, entry.fileTime))
+        continue;
+      folders.push_back(std::move(entry));
+    }
+    return writeFingerprints(dataFolder_, folders);
+  }
+
+ private:
+  const std::u16string dataFolder_;
+  const SystemTime day_;
+  std::vector<FolderFingerprint> previous_;
+  std::map<std::string, uint64_t> current_;
+};
+
+// "Inbox (e-mail): CVTK1a.XML" for each folder the run wrote a file for.
+std::vector<std::string> writtenFolders(const DataCapture::RunSummary& summary,
+                                        const std::vector<StoreFolder>& known) {
+  std::vector<std::string> lines;
+  std::optional<FolderCatalog> catalog;
+  for (const DataCapture::RunSummary::Folder& folder : summary.folders) {
+    if (folder.result != S_OK || folder.fileName.empty()) continue;
+    std::u16string path;
+    for (const StoreFolder& candidate : known)
+      if (candidate.identity == folder.folder) path = candidate.path;
+    if (path.empty()) {
+      if (!catalog) catalog.emplace(OutlookApp::instance()->getMapiSession());
+      path = catalog->describe(folder.folder);
+    }
+    const char* kind = folder.indexType == DataDirectoryEntry::Calendar   ? "calendar"
+                       : folder.indexType == DataDirectoryEntry::Contacts ? "contacts"
+                       : folder.indexType == DataDirectoryEntry::Email    ? "e-mail"
+                                                                          : "tasks";
+    lines.push_back(toUtf8(path) + " (" + kind + "): " + toUtf8(folder.fileName));
+  }
+  return lines;
+}
+
 }  // namespace
 
 int runCapture(int argc, char** argv, StoreSession& /*session*/, const Console& console) {
   PIM_ENTRY("ferrant::runCapture");
   DataFolderOptions options;
+  bool full = false;
+  bool allFolders = false;
+  std::optional<SystemTime> asOf;
   for (int i = 0; i < argc; ++i) {
+    const std::string arg = argv[i];
     if (isHelp(argv[i])) {
       showUsage(kCaptureUsage, console);
       return kExitOk;
     }
     if (takeDataFolderOption(argv[i], options)) continue;
-    console.err << "ferrant capture: unexpected argument '" << argv[i]
-                << "' (see ferrant capture --help)\n";
-    return kExitUsage;
+    if (arg == "--full") {
+      full = true;
+    } else if (arg == "--all-folders") {
+      allFolders = true;
+    } else if (arg == "--as-of" || arg.rfind("--as-of=", 0) == 0) {
+      if (arg == "--as-of" && i + 1 >= argc) {
+        console.err << "ferrant capture: --as-of needs a day (YYYY-MM-DD)\n";
+        return kExitUsage;
+      }
+      const std::string value = arg == "--as-of" ? std::string(argv[++i]) : arg.substr(8);
+      SystemTime day;
+      if (!parseDay(value, day)) {
+        console.err << "ferrant capture: --as-of takes a day as YYYY-MM-DD (1601-01-01 to "
+                       "9999-12-31), not '"
+                    << value << "'\n";
+        return kExitUsage;
+      }
+      asOf = day;
+    } else {
+      console.err << "ferrant capture: unexpected argument '" << argv[i]
+                  << "' (see ferrant capture --help)\n";
+      return kExitUsage;
+    }
   }
-  Preferences::instance().read();  // a prefs set running meanwhile must not be undone
+  Preferences& prefs = Preferences::instance();
+  prefs.read();  // a prefs set running meanwhile must not be undone
+  std::vector<StoreFolder> storeFolders;
+  if (allFolders) {
+    // Only the copy in memory: the saved lists stay as they are.
+    std::string error;
+    if (!listStoreFolders(OutlookApp::instance()->getMapiSession(), storeFolders, error)) {
+      console.err << "ferrant capture: --all-folders: " << error << "\n";
+      return kExitStore;
+    }
+    prefs.calendar.folders.clear();
+    prefs.contacts.folders.clear();
+    prefs.email.folders.clear();
+    prefs.tasks.folders.clear();
+    for (const StoreFolder& folder : storeFolders) {
+      std::vector<OutlookFolder>& list = folder.type == kNodeCalendar   ? prefs.calendar.folders
+                                         : folder.type == kNodeContacts ? prefs.contacts.folders
+                                         : folder.type == kNodeEmail    ? prefs.email.folders
+                                                                        : prefs.tasks.folders;
+      list.push_back(folder.identity);
+    }
+  }
+  const WindowDayScope windowDay(asOf);
   std::u16string dataFolder;
   if (const int status = checkDataFolder("capture", options, console, dataFolder)) return status;
   DataFolderLock lock(dataFolder);
@@ -267,7 +467,16 @@ int runCapture(int argc, char** argv, StoreSession& /*session*/, const Console& 
   if (!loop) return kExitStore;
 
   DataCapture* capture = DataCapture::instance();
+  capture->updateCaptureFolders();
+  capture->setKeepIdenticalIndex(true);
   adoptPreviousIndex("capture", dataFolder, *capture, console);
+  UnchangedFolders unchanged(dataFolder, CalendarEntry::windowDay());
+  if (!full) unchanged.readPrevious(console);
+  // Until this run has written its files, the old fingerprints name files
+  // that may be gone: a run that ends early leaves none.
+  removeFingerprints(dataFolder);
+  capture->keepUnchangedFolders(
+      [&](const MonitoredFolder& folder) { return unchanged.unchanged(folder) && !full; });
   capture->captureNow();
   ProgressLine line(console.out);
   bool cancelled = false;
@@ -282,6 +491,11 @@ int runCapture(int argc, char** argv, StoreSession& /*session*/, const Console& 
   line.clear();
   const DataCapture::RunSummary summary = capture->lastRunSummary();
   DataCapture::freeInstance();
+  if (summary.indexWritten && !unchanged.write(summary)) {
+    console.err << "ferrant capture: could not write "
+                << toUtf8(dataFolder + kPathSeparator + kFingerprintFileName)
+                << "; the next capture reads every folder\n";
+  }
 
   const std::vector<std::string> parts = describeRun(summary);
   const std::string index = toUtf8(dataFolder + kPathSeparator + kDataDirectoryName);
@@ -294,6 +508,9 @@ int runCapture(int argc, char** argv, StoreSession& /*session*/, const Console& 
                       ? "not written, " + index + " kept as it was"
                       : std::string("not written"))
               << "\n";
+  const std::vector<std::string> written = writtenFolders(summary, storeFolders);
+  for (size_t i = 0; i < written.size(); ++i)
+    console.out << (i == 0 ? "Written: " : "         ") << written[i] << "\n";
   if (summary.errorsLogged != 0)
     console.out << "Errors:  " << describeLoggedErrors(summary) << "\n";
   console.out << std::flush;
@@ -361,6 +578,8 @@ int runWatch(int argc, char** argv, StoreSession& session, const Console& consol
       }
     }
     adoptPreviousIndex("watch", dataFolder, *capture, console);
+    // This run replaces files without remembering what they hold.
+    removeFingerprints(dataFolder);
     changeWaiting = false;
     return true;
   });

@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <condition_variable>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <mutex>
 #include <string_view>
 #include <system_error>
@@ -137,6 +140,16 @@ void countFolder(DataCapture::RunSummary& summary, const FolderKind& kind,
   } else if (records != 0) {
     ++summary.filesWritten;
   }
+}
+
+// Whether both files exist and hold the same bytes.
+bool sameFileBytes(const std::u16string& a, const std::u16string& b) {
+  std::ifstream first(std::filesystem::path(a), std::ios::binary);
+  std::ifstream second(std::filesystem::path(b), std::ios::binary);
+  if (!first || !second) return false;
+  const std::string x((std::istreambuf_iterator<char>(first)), std::istreambuf_iterator<char>());
+  const std::string y((std::istreambuf_iterator<char>(second)), std::istreambuf_iterator<char>());
+  return !first.bad() && !second.bad() && x == y;
 }
 
 // Names that are a bare file name in the data folder, and not the index's.
@@ -402,6 +415,16 @@ void DataCapture::adoptPreviousFiles(const std::vector<DataDirectoryEntry>& entr
   }
 }
 
+void DataCapture::keepUnchangedFolders(
+    const std::function<bool(const MonitoredFolder&)>& unchanged) {
+  PIM_ENTRY("PIM::DataCapture::keepUnchangedFolders");
+  if (isCapturing()) return;
+  TryEntryGuard guard(folderListLock_);
+  if (!guard.owns()) return;
+  for (FolderRef& folder : folders_)
+    if (folder->isTracking() && unchanged(*folder)) folder->clearModified();
+}
+
 void DataCapture::updateCaptureFolders() {
   PIM_ENTRY("PIM::DataCapture::updateCaptureFolders");
   bool rebuilt = false;
@@ -501,18 +524,25 @@ void DataCapture::captureFunc() {
     EntryGuard guard(&folderListLock_);
     for (FolderRef& folder : folders_) {
       DataDirectoryEntry entry;
+      RunSummary::Folder outcome;
       if (const FolderKind* kind = folderKind(folder->getFolderType())) {
         size_t records = 0;
         FolderWrite write;
         const HRESULT hr = kind->capture(*folder, dataFolder, cancelRequested_, records, write);
         countFolder(summary, *kind, *folder, hr, records, write);
         entry.type = kind->indexType;
+        outcome.result = hr;
+        outcome.fileFailed = write.failed;
       } else {
         PIM_LOG_ERR("Unsupported data type.");
         ++summary.foldersFailed;
       }
       entry.name = folder->getFileName();
       entry.folder = folder->getFolder();
+      outcome.folder = entry.folder;
+      outcome.indexType = entry.type;
+      outcome.fileName = entry.name;
+      summary.folders.push_back(std::move(outcome));
       // A folder without a file stays out of the index.
       if (!entry.name.empty()) directory.push_back(std::move(entry));
       ++foldersDone_;
@@ -530,7 +560,10 @@ void DataCapture::captureFunc() {
   // an index whose files all exist, at worst beside stale files that the
   // next run deletes.
   PIM_LOG_MSG("Writing data directory.");
-  if (writeToFile(newIndexPath, directory)) {
+  const bool newIndexWritten = writeToFile(newIndexPath, directory);
+  if (newIndexWritten && keepIdenticalIndex_ && sameFileBytes(newIndexPath, indexPath)) {
+    summary.indexWritten = env()->removeFile(newIndexPath);
+  } else if (newIndexWritten) {
     summary.indexWritten = env()->replaceFile(newIndexPath, indexPath);
     if (!summary.indexWritten) {
       // A reader holding the index open on Windows stops the rename.

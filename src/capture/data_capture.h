@@ -111,6 +111,15 @@ class DataCapture final : public IPreferencesListener, public ITimer {
     std::vector<std::string> failures;
     bool cancelled = false;
     uint32_t elapsedMs = 0;
+    // Each folder of the run, in the index's order.
+    struct Folder {
+      OutlookFolder folder;
+      int32_t indexType = 0;
+      std::u16string fileName;  // after the run; empty when it has none
+      HRESULT result = E_FAIL;  // S_FALSE: left unread, unchanged
+      bool fileFailed = false;  // its new file was not written whole
+    };
+    std::vector<Folder> folders;
   };
   // The last run's, once it has ended; all zero before the first.
   RunSummary lastRunSummary() const;
@@ -123,6 +132,12 @@ class DataCapture final : public IPreferencesListener, public ITimer {
   // failed) then keeps its file and index line, as it would in a
   // controller that had written them itself. Ignored during a run.
   void adoptPreviousFiles(const std::vector<DataDirectoryEntry>& entries);
+
+  // Before a run, on the user's thread: every tracked folder for which
+  // `unchanged` answers true is left unread by the next run and keeps its
+  // file and index line, as if no change had been notified since the run
+  // that wrote them. A notification meanwhile still has it read.
+  void keepUnchangedFolders(const std::function<bool(const MonitoredFolder&)>& unchanged);
 
   // Waits until no run is in progress; false when `timeout` passed first.
   bool waitForCapture(std::chrono::milliseconds timeout) const;
@@ -138,6 +153,10 @@ class DataCapture final : public IPreferencesListener, public ITimer {
   // the run starts only when it answers true. A host whose data folder other
   // processes write too takes their common lock there.
   void setRunStartCheck(std::function<bool()> check) { runStartCheck_ = std::move(check); }
+  // Whether a run that would write the index with the bytes it already has
+  // leaves it alone (its time included), for a host that tells its user
+  // nothing was rewritten. Set before a run.
+  void setKeepIdenticalIndex(bool keep) { keepIdenticalIndex_ = keep; }
 
   // The state the timers follow, for the host's diagnostics and tests.
   uint32_t getAutoTimerId() const { return autoTimerId_; }
@@ -184,6 +203,7 @@ class DataCapture final : public IPreferencesListener, public ITimer {
   CancelFlag cancelRequested_{false};
   std::function<void(bool)> progressDisplay_;
   std::function<bool()> runStartCheck_;
+  bool keepIdenticalIndex_ = false;
   // Written by a run as it ends, read by the host after it.
   mutable std::mutex summaryLock_;
   RunSummary lastRun_;

@@ -74,6 +74,9 @@ class MonitoredFolder final : public IMAPIAdviseSink {
   std::u16string getFileName() const;
   void setFileName(const std::u16string& name);
   void setIsModified();
+  // For a host that has found by other means that the folder is as its
+  // file shows it: the next run leaves a tracked folder unread.
+  void clearModified() { takeModified(); }
   // Whether notifications decide if a run reads the folder; without them
   // every run reads it.
   bool isTracking() const { return trackingActive_; }

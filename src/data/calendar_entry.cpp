@@ -83,12 +83,27 @@ PropTagArray CalendarEntry::getPropIds(const std::vector<NameIdPair>& pairs) {
   return PropTagArray(columns(pairs));
 }
 
+namespace {
+bool g_windowDaySet = false;
+SystemTime g_windowDay;
+}  // namespace
+
+void CalendarEntry::setWindowDay(const SystemTime* day) {
+  g_windowDaySet = day != nullptr;
+  g_windowDay = day ? *day : SystemTime();
+}
+
+SystemTime CalendarEntry::windowDay() {
+  SystemTime day = g_windowDaySet ? g_windowDay : env()->systemTimeNow();
+  day.hour = day.minute = day.second = day.milliseconds = 0;
+  return day;
+}
+
 HRESULT CalendarEntry::getRestriction(RecordQuery& query, const std::vector<NameIdPair>& pairs) {
   PIM_ENTRY("PIM::CalendarEntry::getRestriction");
   const uint64_t second = static_cast<uint64_t>(getOneSecond());
   const uint64_t day = second * 86400;
-  SystemTime midnight = env()->systemTimeNow();
-  midnight.hour = midnight.minute = midnight.second = midnight.milliseconds = 0;
+  const SystemTime midnight = windowDay();
   uint64_t today = 0;
   PIM_ASSERT(systemTimeToFileTime(midnight, today));
   // Computed in UTC and then shifted by the zone's bias all the same: the

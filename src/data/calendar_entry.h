@@ -14,6 +14,7 @@
 #include "mapi/entry_id.h"
 #include "mapi/mapi_properties.h"
 #include "mapi/outlook_utils.h"
+#include "platform/env.h"
 
 namespace PIM {
 
@@ -48,6 +49,12 @@ class CalendarEntry {
   std::vector<CalendarEntry> exceptions;  // in attachment-table order
   Priority priority = PriorityUnknown;
   EntryId entryId;
+
+  // The day (UTC) the window of days before and after is counted from:
+  // today unless a host set another, as a command capturing an old archive
+  // does. Set before a run starts, never during one.
+  static void setWindowDay(const SystemTime* day);
+  static SystemTime windowDay();
 
   static std::vector<NameIdPair> getNameIdPairs();
   static PropTagArray getPropIds(const std::vector<NameIdPair>& pairs);
