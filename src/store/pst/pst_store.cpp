@@ -148,9 +148,10 @@ constexpr uint8_t kPsMapi[16] = {0x28, 0x03, 0x02, 0x00, 0x00, 0x00, 0x00, 0x00,
 constexpr uint8_t kPsPublicStrings[16] = {0x29, 0x03, 0x02, 0x00, 0x00, 0x00, 0x00, 0x00,
                                           0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46};
 
-// Property id (0x8000 and up) -> name, decoded from the map's streams.
-std::map<ULONG, PropName> decodeNameMap(const Bytes& guids, const Bytes& entries,
-                                        const Bytes& strings) {
+}  // namespace
+
+std::map<ULONG, PropName> decodePstNameMap(const Bytes& guids, const Bytes& entries,
+                                           const Bytes& strings) {
   std::map<ULONG, PropName> out;
   for (size_t at = 0; at + 8 <= entries.size(); at += 8) {
     const uint32_t value = le32(&entries[at]);
@@ -182,6 +183,8 @@ std::map<ULONG, PropName> decodeNameMap(const Bytes& guids, const Bytes& entries
   }
   return out;
 }
+
+namespace {
 
 // ---- Loading -------------------------------------------------------------------------------
 constexpr int kMaxDepth = 32;
@@ -272,7 +275,7 @@ class Loader {
       if (p.id == 0x0003) entries = std::move(p.data);
       if (p.id == 0x0004) strings = std::move(p.data);
     }
-    names_ = decodeNameMap(guids, entries, strings);
+    names_ = decodePstNameMap(guids, entries, strings);
   }
 
   // The properties of an item's record set as stored.

@@ -17,6 +17,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -44,6 +45,13 @@ std::shared_ptr<Profile> loadPstFile(const std::u16string& path);
 // multi-valued values from their counts and offsets. False when the bytes do
 // not hold a value of that type.
 bool decodePstValue(ULONG tag, const uint8_t* data, size_t size, uint32_t codePage, Prop& out);
+
+// The file's name-to-id map from its three streams (GUIDs, 8-byte entries,
+// names): property id (0x8000 and up) -> name. Sets are told apart by all
+// 16 bytes of their GUIDs; entries that name no set or a name past the
+// stream's end are left out.
+std::map<ULONG, PropName> decodePstNameMap(const Bytes& guids, const Bytes& entries,
+                                           const Bytes& names);
 
 // The subject as Outlook shows it: without the marker (U+0001 and a length)
 // that files keep before the normalized subject.

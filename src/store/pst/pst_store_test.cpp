@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <filesystem>
 
 #include "core/utils.h"
@@ -520,6 +521,43 @@ TEST(PstStore, RawValuesDecodeByType) {
       EXPECT_EQ(out, c.expected);
     }
   }
+}
+
+TEST(PstStore, NameMapTellsSetsApartByAllSixteenBytes) {
+  // Two sets that differ in their last byte only.
+  Bytes guids(32, 0x11);
+  guids[31] = 0x12;
+  const auto entry = [](uint32_t value, uint16_t guid, bool isString, uint16_t index) {
+    const uint16_t g = static_cast<uint16_t>(guid << 1 | (isString ? 1 : 0));
+    return Bytes{uint8_t(value), uint8_t(value >> 8), uint8_t(value >> 16), uint8_t(value >> 24),
+                 uint8_t(g),     uint8_t(g >> 8),     uint8_t(index),       uint8_t(index >> 8)};
+  };
+  Bytes entries;
+  for (const Bytes& e : {entry(0x001A, 3, false, 0),  // an id equal to an ordinary tag's
+                         entry(0x001A, 4, false, 1),  // the same id in the other set
+                         entry(0, 2, true, 2),        // "Keywords" in the public strings
+                         entry(0x8501, 1, false, 3),  // in MAPI's own set
+                         entry(0x8502, 5, false, 4),  // a set past the stream
+                         entry(12, 2, true, 5)})      // a name past the stream
+    entries.insert(entries.end(), e.begin(), e.end());
+  const Bytes names = {16, 0, 0, 0, 'K', 0, 'e', 0, 'y', 0, 'w', 0, 'o', 0, 'r', 0, 'd', 0, 's', 0};
+  const std::map<ULONG, PropName> map = decodePstNameMap(guids, entries, names);
+  ASSERT_EQ(map.size(), 4u);
+  const auto guidBytes = [](const GUID& g) {
+    Bytes b(16);
+    std::memcpy(b.data(), &g, 16);
+    return b;
+  };
+  EXPECT_EQ(guidBytes(map.at(0x8000).set), Bytes(guids.begin(), guids.begin() + 16));
+  EXPECT_EQ(guidBytes(map.at(0x8001).set), Bytes(guids.begin() + 16, guids.end()));
+  EXPECT_EQ(map.at(0x8000).id, 0x1A);
+  EXPECT_EQ(map.at(0x8001).id, 0x1A);
+  EXPECT_TRUE(map.at(0x8000) < map.at(0x8001) || map.at(0x8001) < map.at(0x8000));
+  EXPECT_EQ(map.at(0x8002).kind, ULONG(MNID_STRING));
+  EXPECT_EQ(map.at(0x8002).name, u"Keywords");
+  EXPECT_EQ(guidBytes(map.at(0x8002).set)[0], 0x29);  // PS_PUBLIC_STRINGS
+  EXPECT_EQ(guidBytes(map.at(0x8003).set)[0], 0x28);  // PS_MAPI
+  EXPECT_EQ(map.at(0x8003).id, 0x8501);
 }
 
 TEST(PstStore, SubjectMarkerIsStripped) {
