@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Runs one libFuzzer target for a while from its seed corpus:
 #   scripts/fuzz.sh build/fuzz/src/core/language_file_fuzz [seconds]
-# Seeds: fuzz/corpus/<target>/ in the repository, and for the MAPI blob
-# parsers the captured blobs in ../shared/testdata when present. New inputs,
+# Seeds: fuzz/corpus/<target>/ in the repository, for the MAPI blob parsers
+# the captured blobs in ../shared/testdata and for the data file loader the
+# sample data files there, when present. New inputs,
 # and whatever a target writes to the temporary folder, go to a scratch
 # folder, never into the repository.
 set -euo pipefail
@@ -20,6 +21,10 @@ if [ -d "$root/../shared/testdata/mapi-blobs" ] && [[ $name == *recurrence* || $
     tr -d ' \r\n\t' <"$f" | xxd -r -p >"$work/shared/$(basename "$f")" 2>/dev/null || true
   done
   seeds+=("$work/shared")
+fi
+# The data file loader starts from the sample data files, read where they lie.
+if [ -d "$root/../shared/testdata/pst" ] && [[ $name == pst_* ]]; then
+  seeds+=("$root/../shared/testdata/pst")
 fi
 mkdir -p "$work/new"
 echo "fuzzing $name for ${seconds}s"
