@@ -258,8 +258,11 @@ bool Profile::replaceItem(const Ref& ref, Item content, size_t position) {
     *it = std::move(content);
     numberAttachments(*it);
     auto& items = it->parent->items;
-    items.erase(std::remove(items.begin(), items.end(), it), items.end());
-    items.insert(items.begin() + static_cast<ptrdiff_t>(std::min(position, items.size())), it);
+    // Most replacements keep their place: spare the folder's items a shift.
+    if (items[std::min(position, items.size() - 1)] != it) {
+      items.erase(std::remove(items.begin(), items.end(), it), items.end());
+      items.insert(items.begin() + static_cast<ptrdiff_t>(std::min(position, items.size())), it);
+    }
     ++version_;
     collectFolder(ref.store, it->parent->nid, it.get(), true, pending);
   }

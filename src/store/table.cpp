@@ -180,7 +180,11 @@ bool TableImpl::matchesAt(const Restriction& restriction, size_t index) {
                       : evaluate(restriction, RowView(*profile_, view_[index]));
 }
 
-size_t TableImpl::placeOf(const Item& item) {
+size_t TableImpl::placeOf(const Item& item, size_t skip) {
+  // Positions in order_ as if the entry at `skip` (the item's old place, or
+  // past the end) were not there.
+  const size_t count = order_.size() - (skip < order_.size() ? 1 : 0);
+  auto at = [&](size_t i) { return order_[i < skip ? i : i + 1]; };
   auto folder = profile_->folder(source_.store, source_.folder);
   const auto& items = folder->items;
   auto inFolder = std::find_if(items.begin(), items.end(), [&item](const std::shared_ptr<Item>& i) {
@@ -190,27 +194,37 @@ size_t TableImpl::placeOf(const Item& item) {
     // The folder's order: right after the nearest item before it that is shown.
     while (inFolder != items.begin()) {
       --inFolder;
-      if (shown_.count(inFolder->get()))
-        return static_cast<size_t>(std::find(order_.begin(), order_.end(), inFolder->get()) -
-                                   order_.begin()) +
-               1;
+      if (inFolder->get() == &item || !shown_.count(inFolder->get())) continue;
+      const size_t p = static_cast<size_t>(
+          std::find(order_.begin(), order_.end(), inFolder->get()) - order_.begin());
+      return (p < skip ? p : p - 1) + 1;
     }
     return 0;
   }
   const RowView row(*profile_, source_.store, item);
-  auto compare = [&](const Item* other) {
-    return compareRows(sort_, RowView(*profile_, source_.store, *other), row);
+  // The first position in [from, count) whose row does not order before
+  // `row` (orEqual: not before nor level with it).
+  auto search = [&](size_t from, bool orEqual) {
+    size_t lo = from, hi = count;
+    while (lo < hi) {
+      const size_t mid = lo + (hi - lo) / 2;
+      const int c = compareRows(sort_, RowView(*profile_, source_.store, *at(mid)), row);
+      if (c < 0 || (orEqual && c == 0))
+        lo = mid + 1;
+      else
+        hi = mid;
+    }
+    return lo;
   };
-  auto first = std::partition_point(order_.begin(), order_.end(),
-                                    [&](const Item* other) { return compare(other) < 0; });
-  auto last = std::partition_point(first, order_.end(),
-                                   [&](const Item* other) { return compare(other) <= 0; });
-  if (first == last) return static_cast<size_t>(first - order_.begin());
+  const size_t first = search(0, false);
+  const size_t last = search(first, true);
+  if (first == last) return first;
   // Equal keys keep the folder's order: count the tied rows before it there.
-  const std::unordered_set<const Item*> tied(first, last);
+  std::unordered_set<const Item*> tied;
+  for (size_t i = first; i < last; ++i) tied.insert(at(i));
   size_t before = 0;
   for (auto i = items.begin(); i != inFolder; ++i) before += tied.count(i->get());
-  return static_cast<size_t>(first - order_.begin()) + before;
+  return first + before;
 }
 
 HRESULT TableImpl::buildRow(size_t index, void* root, LPSPropValue* values, ULONG* count) {
@@ -238,17 +252,31 @@ HRESULT TableImpl::buildRow(size_t index, void* root, LPSPropValue* values, ULON
 void TableImpl::itemChanged(const Item* item, bool present, std::vector<PendingNotification>& out) {
   long before = -1, after = -1;
   if (item) {
-    if (shown_.erase(item)) {
-      auto at = std::find(order_.begin(), order_.end(), item);
-      before = static_cast<long>(at - order_.begin());
-      order_.erase(at);
+    size_t old = order_.size();
+    if (shown_.count(item)) {
+      old = static_cast<size_t>(std::find(order_.begin(), order_.end(), item) - order_.begin());
+      before = static_cast<long>(old);
     }
     if (present && item->associated == (source_.kind == TableSource::Kind::Associated) &&
         (!restricted_ || evaluate(restriction_, RowView(*profile_, source_.store, *item)))) {
-      const size_t at = placeOf(*item);
-      order_.insert(order_.begin() + static_cast<ptrdiff_t>(at), item);
-      shown_.insert(item);
-      after = static_cast<long>(at);
+      const size_t place = placeOf(*item, old);
+      after = static_cast<long>(place);
+      // Only the rows between its old and new places move.
+      if (before < 0) {
+        order_.insert(order_.begin() + static_cast<ptrdiff_t>(place), item);
+        shown_.insert(item);
+      } else if (place < old) {
+        std::rotate(order_.begin() + static_cast<ptrdiff_t>(place),
+                    order_.begin() + static_cast<ptrdiff_t>(old),
+                    order_.begin() + static_cast<ptrdiff_t>(old) + 1);
+      } else if (place > old) {
+        std::rotate(order_.begin() + static_cast<ptrdiff_t>(old),
+                    order_.begin() + static_cast<ptrdiff_t>(old) + 1,
+                    order_.begin() + static_cast<ptrdiff_t>(place) + 1);
+      }
+    } else if (before >= 0) {
+      order_.erase(order_.begin() + before);
+      shown_.erase(item);
     }
     // The cursor stays on its row; on the changed row, it follows it, or
     // goes to the row after it when it left; at the end, it keeps its index.

@@ -89,8 +89,9 @@ class TableImpl final : public ComBase<IMAPITable> {
   size_t rowCount() const { return isContents() ? order_.size() : view_.size(); }
   Bytes keyAt(size_t index) const;
   bool matchesAt(const Restriction& restriction, size_t index);
-  // Where a contents row for `item` (not in order_) belongs.
-  size_t placeOf(const Item& item);
+  // Where a contents row for `item` belongs in order_ once the entry at
+  // `skip` (its old place; past the end: none) has left.
+  size_t placeOf(const Item& item, size_t skip);
   // Fills one row's values for the current columns into MAPI memory tied to
   // `root` (null: a new root, returned through `values`).
   HRESULT buildRow(size_t index, void* root, LPSPropValue* values, ULONG* count);
