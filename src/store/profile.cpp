@@ -243,6 +243,7 @@ Ref Profile::addItem(const Ref& folderRef, Item item) {
 Ref Profile::insertItem(const Ref& folderRef, Item item, size_t position) {
   PIM_ENTRY("PIM::store::Profile::insertItem");
   Ref added;
+  std::vector<PendingNotification> pending;
   {
     std::lock_guard<std::recursive_mutex> guard(lock_);
     auto f = folderRef.kind == Ref::Kind::Folder ? folder(folderRef.store, folderRef.id) : nullptr;
@@ -253,31 +254,32 @@ Ref Profile::insertItem(const Ref& folderRef, Item item, size_t position) {
                     shared);
     ++version_;
     added = Ref{Ref::Kind::Item, folderRef.store, shared->nid};
+    collectFolder(folderRef.store, folderRef.id, shared.get(), true, pending);
   }
-  notifyFolder(folderRef.store, folderRef.id, false, added.id);
+  deliver(pending);
   return added;
 }
 
 bool Profile::modifyItem(const Ref& ref, const std::vector<Prop>& set,
                          const std::vector<ULONG>& removeIds) {
   PIM_ENTRY("PIM::store::Profile::modifyItem");
-  uint32_t folderNid = 0;
+  std::vector<PendingNotification> pending;
   {
     std::lock_guard<std::recursive_mutex> guard(lock_);
     auto it = ref.kind == Ref::Kind::Item ? item(ref.store, ref.id) : nullptr;
     if (!it || !it->parent) return false;
     for (const Prop& p : set) it->props.set(p);
     for (ULONG id : removeIds) it->props.erase(id);
-    folderNid = it->parent->nid;
     ++version_;
+    collectFolder(ref.store, it->parent->nid, it.get(), true, pending);
   }
-  notifyFolder(ref.store, folderNid, false, ref.id);
+  deliver(pending);
   return true;
 }
 
 bool Profile::deleteItem(const Ref& ref) {
   PIM_ENTRY("PIM::store::Profile::deleteItem");
-  uint32_t folderNid = 0;
+  std::vector<PendingNotification> pending;
   {
     std::lock_guard<std::recursive_mutex> guard(lock_);
     auto it = ref.kind == Ref::Kind::Item ? item(ref.store, ref.id) : nullptr;
@@ -287,16 +289,16 @@ bool Profile::deleteItem(const Ref& ref) {
     items.erase(std::remove(items.begin(), items.end(), it), items.end());
     stores_[ref.store]->itemIndex.erase(it->nid);
     it->parent = nullptr;
-    folderNid = parent->nid;
     ++version_;
+    collectFolder(ref.store, parent->nid, it.get(), false, pending);
   }
-  notifyFolder(ref.store, folderNid, false, ref.id);
+  deliver(pending);
   return true;
 }
 
 bool Profile::replaceItem(const Ref& ref, Item content, size_t position) {
   PIM_ENTRY("PIM::store::Profile::replaceItem");
-  uint32_t folderNid = 0;
+  std::vector<PendingNotification> pending;
   {
     std::lock_guard<std::recursive_mutex> guard(lock_);
     auto it = ref.kind == Ref::Kind::Item ? item(ref.store, ref.id) : nullptr;
@@ -307,33 +309,40 @@ bool Profile::replaceItem(const Ref& ref, Item content, size_t position) {
     *it = std::move(content);
     numberAttachments(*it);
     auto& items = it->parent->items;
-    items.erase(std::remove(items.begin(), items.end(), it), items.end());
-    items.insert(items.begin() + static_cast<ptrdiff_t>(std::min(position, items.size())), it);
-    folderNid = it->parent->nid;
+    // Most replacements keep their place: spare the folder's items a shift.
+    if (items[std::min(position, items.size() - 1)] != it) {
+      items.erase(std::remove(items.begin(), items.end(), it), items.end());
+      items.insert(items.begin() + static_cast<ptrdiff_t>(std::min(position, items.size())), it);
+    }
     ++version_;
+    collectFolder(ref.store, it->parent->nid, it.get(), true, pending);
   }
-  notifyFolder(ref.store, folderNid, false, ref.id);
+  deliver(pending);
   return true;
 }
 
 void Profile::touchFolder(const Ref& f) {
   if (f.kind != Ref::Kind::Folder) return;
-  notifyFolder(f.store, f.id, true);
-}
-
-void Profile::notifyFolder(size_t store, uint32_t folderNid, bool changedOnly, uint32_t itemNid) {
-  PIM_ENTRY("PIM::store::Profile::notifyFolder");
   std::vector<PendingNotification> pending;
   {
     std::lock_guard<std::recursive_mutex> guard(lock_);
-    const Bytes key = changedOnly ? Bytes() : instanceKey(store, itemNid);
-    for (TableImpl* table : tables_) {
-      const TableSource& s = table->source();
-      if ((s.kind == TableSource::Kind::Contents || s.kind == TableSource::Kind::Associated) &&
-          s.store == store && s.folder == folderNid)
-        table->collectNotifications(key, pending);
-    }
+    collectFolder(f.store, f.id, nullptr, false, pending);
   }
+  deliver(pending);
+}
+
+void Profile::collectFolder(size_t store, uint32_t folderNid, const Item* changed, bool present,
+                            std::vector<PendingNotification>& out) {
+  PIM_ENTRY("PIM::store::Profile::collectFolder");
+  for (TableImpl* table : tables_) {
+    const TableSource& s = table->source();
+    if ((s.kind == TableSource::Kind::Contents || s.kind == TableSource::Kind::Associated) &&
+        s.store == store && s.folder == folderNid)
+      table->itemChanged(changed, present, out);
+  }
+}
+
+void Profile::deliver(std::vector<PendingNotification>& pending) {
   for (PendingNotification& p : pending) p.sink->OnNotify(1, p.notification.get());
 }
 
@@ -532,39 +541,105 @@ void Profile::rowPropTags(const TableRow& row, std::vector<ULONG>& tags) {
   for (const Prop& p : shell.all()) tags.push_back(p.tag);
 }
 
-void Profile::addComputedItemProps(size_t store, const Item& it, bool forTable, PropList& out) {
+namespace {
+// What the store sets on an item's row over the item's own values, and what
+// it adds only where the item has no value, each in the order rows list them.
+constexpr ULONG kSetIds[] = {PROP_ID(PR_ENTRYID),       PROP_ID(PR_RECORD_KEY),
+                             PROP_ID(PR_INSTANCE_KEY),  PROP_ID(PR_PARENT_ENTRYID),
+                             PROP_ID(PR_STORE_ENTRYID), PROP_ID(PR_OBJECT_TYPE)};
+constexpr ULONG kDefaultIds[] = {PROP_ID(PR_HASATTACH),    PROP_ID(PR_MESSAGE_FLAGS),
+                                 PROP_ID(PR_MESSAGE_SIZE), PROP_ID(PR_CHANGE_KEY), PROP_ID(PR_DISPLAY_TO),
+                                 PROP_ID(PR_DISPLAY_CC),   PROP_ID(PR_DISPLAY_BCC)};
+
+bool oneOf(ULONG id, const ULONG* ids, size_t count) {
+  return std::find(ids, ids + count, id) != ids + count;
+}
+}  // namespace
+
+bool Profile::computedItemProp(size_t store, const Item& it, bool forTable, ULONG propId,
+                               Prop& out) {
   Store& s = *stores_[store];
-  if (it.nid) {
-    const Bytes longTerm = objectEntryId(s.uid, it.nid);
-    const bool shortTerm = forTable && s.options.shortTermIdsInTables;
-    out.set(Prop::ofBinary(
-        PR_ENTRYID, shortTerm ? PIM::store::shortTermEntryId(s.uid, it.nid, session_) : longTerm));
-    out.set(Prop::ofBinary(PR_RECORD_KEY, longTerm));
-    out.set(Prop::ofBinary(PR_INSTANCE_KEY, instanceKey(store, it.nid)));
-    if (it.parent) out.set(Prop::ofBinary(PR_PARENT_ENTRYID, objectEntryId(s.uid, it.parent->nid)));
-  }
-  out.set(Prop::ofBinary(PR_STORE_ENTRYID, storeEntryId(s.uid)));
-  out.set(Prop::ofLong(PR_OBJECT_TYPE, MAPI_MESSAGE));
   const bool hasAttach = !it.attachments.empty();
-  out.setDefault(Prop::ofBool(PR_HASATTACH, hasAttach));
-  out.setDefault(Prop::ofLong(PR_MESSAGE_FLAGS, (hasAttach ? MSGFLAG_HASATTACH : 0) |
-                                                    (it.associated ? MSGFLAG_ASSOCIATED : 0) |
-                                                    MSGFLAG_READ));
-  out.setDefault(Prop::ofLong(PR_MESSAGE_SIZE, static_cast<int32_t>(sizeOf(it))));
-  // A store's change key changes whenever the item is saved; here, whenever
-  // its content does, which also keeps it the same across loads of one file.
-  if (!it.props.find(PROP_ID(PR_CHANGE_KEY))) {
-    ContentHash hash;
-    hash.add(it);
-    Bytes key(8);
-    for (size_t i = 0; i < key.size(); ++i) key[i] = static_cast<uint8_t>(hash.value() >> (8 * i));
-    out.set(Prop::ofBinary(PR_CHANGE_KEY, std::move(key)));
+  switch (propId) {
+    case PROP_ID(PR_ENTRYID):
+      if (!it.nid) return false;
+      out = Prop::ofBinary(PR_ENTRYID, forTable && s.options.shortTermIdsInTables
+                                           ? PIM::store::shortTermEntryId(s.uid, it.nid, session_)
+                                           : objectEntryId(s.uid, it.nid));
+      return true;
+    case PROP_ID(PR_RECORD_KEY):
+      if (!it.nid) return false;
+      out = Prop::ofBinary(PR_RECORD_KEY, objectEntryId(s.uid, it.nid));
+      return true;
+    case PROP_ID(PR_INSTANCE_KEY):
+      if (!it.nid) return false;
+      out = Prop::ofBinary(PR_INSTANCE_KEY, instanceKey(store, it.nid));
+      return true;
+    case PROP_ID(PR_PARENT_ENTRYID):
+      if (!it.nid || !it.parent) return false;
+      out = Prop::ofBinary(PR_PARENT_ENTRYID, objectEntryId(s.uid, it.parent->nid));
+      return true;
+    case PROP_ID(PR_STORE_ENTRYID):
+      out = Prop::ofBinary(PR_STORE_ENTRYID, storeEntryId(s.uid));
+      return true;
+    case PROP_ID(PR_OBJECT_TYPE):
+      out = Prop::ofLong(PR_OBJECT_TYPE, MAPI_MESSAGE);
+      return true;
+    case PROP_ID(PR_HASATTACH):
+      out = Prop::ofBool(PR_HASATTACH, hasAttach);
+      return true;
+    case PROP_ID(PR_MESSAGE_FLAGS):
+      out = Prop::ofLong(PR_MESSAGE_FLAGS, (hasAttach ? MSGFLAG_HASATTACH : 0) |
+                                               (it.associated ? MSGFLAG_ASSOCIATED : 0) |
+                                               MSGFLAG_READ);
+      return true;
+    case PROP_ID(PR_MESSAGE_SIZE):
+      out = Prop::ofLong(PR_MESSAGE_SIZE, static_cast<int32_t>(sizeOf(it)));
+      return true;
+    case PROP_ID(PR_CHANGE_KEY): {
+      // A store's change key changes whenever the item is saved; here,
+      // whenever its content does, which also keeps it the same across
+      // loads of one file.
+      ContentHash hash;
+      hash.add(it);
+      Bytes key(8);
+      for (size_t i = 0; i < key.size(); ++i) key[i] = static_cast<uint8_t>(hash.value() >> (8 * i));
+      out = Prop::ofBinary(PR_CHANGE_KEY, std::move(key));
+      return true;
+    }
+    case PROP_ID(PR_DISPLAY_TO):
+    case PROP_ID(PR_DISPLAY_CC):
+    case PROP_ID(PR_DISPLAY_BCC): {
+      if (it.recipients.empty()) return false;
+      const LONG type = propId == PROP_ID(PR_DISPLAY_TO)
+                            ? MAPI_TO
+                            : (propId == PROP_ID(PR_DISPLAY_CC) ? MAPI_CC : MAPI_BCC);
+      out = Prop::ofText(PROP_TAG(PT_UNICODE, propId), joinNames(it, type));
+      return true;
+    }
+    default:
+      return false;
   }
-  if (!it.recipients.empty()) {
-    out.setDefault(Prop::ofText(PR_DISPLAY_TO_W, joinNames(it, MAPI_TO)));
-    out.setDefault(Prop::ofText(PR_DISPLAY_CC_W, joinNames(it, MAPI_CC)));
-    out.setDefault(Prop::ofText(PR_DISPLAY_BCC_W, joinNames(it, MAPI_BCC)));
-  }
+}
+
+void Profile::addComputedItemProps(size_t store, const Item& it, bool forTable, PropList& out) {
+  Prop value;
+  for (ULONG id : kSetIds)
+    if (computedItemProp(store, it, forTable, id, value)) out.set(std::move(value));
+  for (ULONG id : kDefaultIds)
+    if (computedItemProp(store, it, forTable, id, value)) out.setDefault(std::move(value));
+}
+
+const Prop* Profile::itemRowProp(size_t store, const Item& it, ULONG propId, Prop& scratch) {
+  const size_t setCount = sizeof(kSetIds) / sizeof(kSetIds[0]);
+  const size_t defaultCount = sizeof(kDefaultIds) / sizeof(kDefaultIds[0]);
+  if (oneOf(propId, kSetIds, setCount) && computedItemProp(store, it, true, propId, scratch))
+    return &scratch;
+  if (const Prop* own = it.props.find(propId)) return own;
+  if (oneOf(propId, kDefaultIds, defaultCount) &&
+      computedItemProp(store, it, true, propId, scratch))
+    return &scratch;
+  return nullptr;
 }
 
 PropList Profile::attachmentProps(const Attachment& a) {

@@ -31,6 +31,7 @@
 namespace PIM::store {
 
 class TableImpl;
+struct PendingNotification;
 
 // A handle on one object of the profile.
 struct Ref {
@@ -149,13 +150,20 @@ class Profile : public std::enable_shared_from_this<Profile> {
   PropList itemProps(size_t store, const Item& item, bool forTable);
   // A row's properties, made now when the row was made without them.
   const PropList& rowProps(const TableRow& row);
+  // One property of an item's contents-table row (what rowProps would hold)
+  // without making the others: a value of the item itself, or one the store
+  // computes into `scratch`; null when the row has none.
+  const Prop* itemRowProp(size_t store, const Item& item, ULONG propId, Prop& scratch);
+  // The PR_INSTANCE_KEY of a folder's or item's row.
+  Bytes instanceKey(size_t store, uint32_t nid) const;
   // The tags of rowProps(row) in their order, without copying the values.
   void rowPropTags(const TableRow& row, std::vector<ULONG>& tags);
   PropList attachmentProps(const Attachment& attachment);
   PropList recipientProps(const Recipient& recipient, size_t row);
   PropList abProps(uint32_t index);
   std::vector<TableRow> rows(const TableSource& source);
-  // Grows with every change; tables recompute their rows when it moved.
+  // Grows with every change; tables other than contents tables recompute
+  // their rows when it moved (contents tables follow each item change).
   uint64_t version() const { return version_; }
   void registerTable(TableImpl* table);
   void unregisterTable(TableImpl* table);
@@ -164,12 +172,17 @@ class Profile : public std::enable_shared_from_this<Profile> {
   Profile();
   Ref refOf(size_t store, const Folder* folder) const;
   void indexItem(Store& store, const std::shared_ptr<Item>& item, Folder* parent);
-  // Collects (under the lock) and delivers (after it) the notifications of
-  // every table showing this folder.
-  void notifyFolder(size_t store, uint32_t folderNid, bool changedOnly, uint32_t itemNid = 0);
-  Bytes instanceKey(size_t store, uint32_t nid) const;
+  // Under the lock, right after the change: brings every contents table of
+  // the folder up to date with `changed` (null: no item changed, only
+  // TABLE_CHANGED), which is in the folder when `present`, and collects their
+  // notifications to deliver once the lock is released.
+  void collectFolder(size_t store, uint32_t folderNid, const Item* changed, bool present,
+                     std::vector<PendingNotification>& out);
+  static void deliver(std::vector<PendingNotification>& pending);
   // What itemProps adds to an item's own properties.
   void addComputedItemProps(size_t store, const Item& it, bool forTable, PropList& out);
+  // One of those values; false when the item gets none of that identifier.
+  bool computedItemProp(size_t store, const Item& it, bool forTable, ULONG propId, Prop& out);
 
   mutable std::recursive_mutex lock_;  // guards everything below
   std::vector<std::unique_ptr<Store>> stores_;

@@ -4,6 +4,8 @@
 #include <map>
 #include <mutex>
 #include <string>
+#include <unordered_map>
+#include <unordered_set>
 #include <utility>
 
 #include "core/debug_logger.h"
@@ -15,7 +17,7 @@
 namespace PIM::store {
 namespace {
 
-using NidMap = std::map<uint32_t, uint32_t>;  // fresh nid -> live nid
+using NidMap = std::unordered_map<uint32_t, uint32_t>;  // fresh nid -> live nid
 
 // The fresh load's entry ids in the live profile's terms. Folders keep their
 // nids, but an item's nid follows its place in the file, and short-term ids
@@ -53,6 +55,25 @@ class IdTranslator {
     return out;
   }
 
+  // Whether a fresh item, in live terms, has the live item's content: read
+  // in place, so that an unchanged item costs no copy.
+  bool same(const Item& fresh, const Item& live) const {
+    if (fresh.associated != live.associated || !same(fresh.props, live.props) ||
+        fresh.recipients.size() != live.recipients.size() ||
+        fresh.attachments.size() != live.attachments.size())
+      return false;
+    for (size_t i = 0; i < fresh.recipients.size(); ++i)
+      if (!same(fresh.recipients[i].props, live.recipients[i].props)) return false;
+    for (size_t i = 0; i < fresh.attachments.size(); ++i) {
+      const Attachment& x = fresh.attachments[i];
+      const Attachment& y = live.attachments[i];
+      if (!same(x.props, y.props) || x.data != y.data || !x.embedded != !y.embedded ||
+          (x.embedded && !same(*x.embedded, *y.embedded)))
+        return false;
+    }
+    return true;
+  }
+
   // A deep copy (embedded messages included) in live terms.
   Item item(const Item& fresh) const {
     Item out;
@@ -70,6 +91,21 @@ class IdTranslator {
   }
 
  private:
+  bool same(const PropList& fresh, const PropList& live) const {
+    if (fresh.all().size() != live.all().size()) return false;
+    for (const Prop& p : fresh.all()) {
+      const Prop* q = live.find(p.id());
+      if (!q) return false;
+      if (*q == p) continue;
+      // Only entry ids differ between the two loads' terms.
+      if (p.type() != PT_BINARY && p.type() != PT_MV_BINARY) return false;
+      PropList one;
+      one.set(p);
+      if (!(*props(one).find(p.id()) == *q)) return false;
+    }
+    return true;
+  }
+
   // Keyed by text: g++ 12 at -O3 warns falsely on ordering byte vectors.
   static std::string uidKey(const Bytes& uid) { return std::string(uid.begin(), uid.end()); }
 
@@ -85,22 +121,6 @@ bool sameProps(const PropList& a, const PropList& b) {
   for (const Prop& p : a.all()) {
     const Prop* q = b.find(p.id());
     if (!q || !(*q == p)) return false;
-  }
-  return true;
-}
-
-bool sameItem(const Item& a, const Item& b) {
-  if (a.associated != b.associated || !sameProps(a.props, b.props) ||
-      a.recipients.size() != b.recipients.size() || a.attachments.size() != b.attachments.size())
-    return false;
-  for (size_t i = 0; i < a.recipients.size(); ++i)
-    if (!sameProps(a.recipients[i].props, b.recipients[i].props)) return false;
-  for (size_t i = 0; i < a.attachments.size(); ++i) {
-    const Attachment& x = a.attachments[i];
-    const Attachment& y = b.attachments[i];
-    if (!sameProps(x.props, y.props) || x.data != y.data || !x.embedded != !y.embedded ||
-        (x.embedded && !sameItem(*x.embedded, *y.embedded)))
-      return false;
   }
   return true;
 }
@@ -232,7 +252,7 @@ class Planner {
   // Items are matched within their folder: by key, else by place among the
   // keyless ones.
   void matchItems(FolderPair& pair) {
-    std::map<std::string, std::shared_ptr<Item>> keyed;
+    std::unordered_map<std::string, std::shared_ptr<Item>> keyed;
     std::vector<std::shared_ptr<Item>> keyless;
     for (const auto& item : pair.live->items) {
       auto key = liveKeys_.find(item->nid + (uint64_t{pair.store} << 32));
@@ -294,7 +314,7 @@ class Planner {
 
     // What stays: the matched items, in live order.
     std::vector<uint32_t> order;  // live nids as the folder will hold them, step by step
-    std::map<uint32_t, size_t> target;
+    std::unordered_map<uint32_t, size_t> target;
     for (size_t i = 0; i < pair.matches.size(); ++i)
       if (pair.matches[i]) target[pair.matches[i]->nid] = i;
     for (const auto& item : pair.live->items) {
@@ -306,30 +326,30 @@ class Planner {
     // The longest run already in the new order stays put; the rest move.
     std::vector<size_t> targets;
     for (uint32_t nid : order) targets.push_back(target[nid]);
-    std::map<uint32_t, bool> stays;
-    for (size_t i : longestIncreasing(targets)) stays[order[i]] = true;
+    std::unordered_set<uint32_t> stays;
+    for (size_t i : longestIncreasing(targets)) stays.insert(order[i]);
 
     // Each item in turn goes right after the one before it in the new order.
     uint32_t previous = 0;
     for (size_t i = 0; i < pair.fresh->items.size(); ++i) {
       const auto& match = pair.matches[i];
-      Item content = ids_.item(*pair.fresh->items[i]);
+      const Item& fresh = *pair.fresh->items[i];
       const uint32_t nid = match ? match->nid : ids_.nids(pair.store).at(pair.fresh->items[i]->nid);
       if (match) {
         const bool moves = !stays.count(nid);
         if (moves) order.erase(std::find(order.begin(), order.end(), nid));
-        if (moves || !sameItem(content, *match)) {
+        if (moves || !ids_.same(fresh, *match)) {
           const size_t at =
               moves
                   ? afterOf(order, previous)
                   : static_cast<size_t>(std::find(order.begin(), order.end(), nid) - order.begin());
           if (moves) order.insert(order.begin() + static_cast<ptrdiff_t>(at), nid);
-          steps.push_back(Step{Step::Kind::Replace, itemRef(nid), at, std::move(content), 0});
+          steps.push_back(Step{Step::Kind::Replace, itemRef(nid), at, ids_.item(fresh), 0});
         }
       } else {
         const size_t at = afterOf(order, previous);
         order.insert(order.begin() + static_cast<ptrdiff_t>(at), nid);
-        steps.push_back(Step{Step::Kind::Insert, folderRef, at, std::move(content), nid});
+        steps.push_back(Step{Step::Kind::Insert, folderRef, at, ids_.item(fresh), nid});
       }
       previous = nid;
     }
@@ -350,8 +370,8 @@ class Planner {
     }
   }
 
-  static std::map<uint64_t, std::string> itemKeys(const Profile& profile) {
-    std::map<uint64_t, std::string> out;
+  static std::unordered_map<uint64_t, std::string> itemKeys(const Profile& profile) {
+    std::unordered_map<uint64_t, std::string> out;
     for (const auto& [key, ref] : profile.keys())
       if (ref.kind == Ref::Kind::Item) out[ref.id + (uint64_t{ref.store} << 32)] = key;
     return out;
@@ -360,9 +380,9 @@ class Planner {
   Profile& live_;
   Profile& fresh_;
   IdTranslator ids_;
-  std::vector<FolderPair> pairs_;             // in the order the loader filled them
-  std::map<uint64_t, std::string> liveKeys_;  // (store << 32 | nid) -> key
-  std::map<uint64_t, std::string> freshKeys_;
+  std::vector<FolderPair> pairs_;                       // in the order the loader filled them
+  std::unordered_map<uint64_t, std::string> liveKeys_;  // (store << 32 | nid) -> key
+  std::unordered_map<uint64_t, std::string> freshKeys_;
 };
 
 }  // namespace

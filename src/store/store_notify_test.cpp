@@ -192,6 +192,139 @@ TEST_F(NotifyTest, ChangesFromAnotherThreadWhileTablesAreRead) {
   EXPECT_EQ(advised->Unadvise(connection), S_OK);
 }
 
+// Instance keys of every row, read from the start; the cursor is put back.
+std::vector<Bytes> allKeys(IMAPITable* table) {
+  ULONG row = 0, numerator = 0, denominator = 0;
+  EXPECT_EQ(table->QueryPosition(&row, &numerator, &denominator), S_OK);
+  EXPECT_EQ(table->SeekRow(BOOKMARK_BEGINNING, 0, nullptr), S_OK);
+  std::vector<Bytes> out;
+  for (;;) {
+    RowSet rows;
+    if (FAILED(table->QueryRows(7, 0, rows.put())) || rows.size() == 0) break;
+    for (ULONG i = 0; i < rows->cRows; ++i)
+      out.push_back(bytesOf(rows->aRow[i].lpProps[0].Value.bin));
+  }
+  EXPECT_EQ(table->SeekRow(BOOKMARK_BEGINNING, static_cast<LONG>(row), nullptr), S_OK);
+  return out;
+}
+
+TEST_F(NotifyTest, ATableFollowingChangesAgreesWithAFreshOneAndItsNotifications) {
+  SPropValue one{};
+  one.ulPropTag = PR_IMPORTANCE;
+  one.Value.l = 1;
+  SRestriction atLeastOne{};
+  atLeastOne.rt = RES_PROPERTY;
+  atLeastOne.res.resProperty = {RELOP_GE, PR_IMPORTANCE, &one};
+  struct Case {
+    const char* name;
+    SRestriction* restriction;
+    std::vector<SSortOrder> sort;
+  };
+  const Case cases[] = {
+      {"folder order", nullptr, {}},
+      {"restricted", &atLeastOne, {}},
+      {"importance, many ties", nullptr, {{PR_IMPORTANCE, TABLE_SORT_ASCEND}}},
+      {"importance down, subject",
+       nullptr,
+       {{PR_IMPORTANCE, TABLE_SORT_DESCEND}, {PR_SUBJECT_W, TABLE_SORT_ASCEND}}},
+      {"restricted, subject down", &atLeastOne, {{PR_SUBJECT_W, TABLE_SORT_DESCEND}}},
+  };
+  const Ref inbox = profile_->byKey("inbox");
+  uint32_t seed = 7;
+  auto next = [&seed](uint32_t bound) {
+    seed = seed * 1103515245u + 12345u;
+    return (seed >> 16) % bound;
+  };
+  auto open = [&](const Case& c) {
+    auto table = contents("inbox");
+    setColumns(table.get(), {PR_INSTANCE_KEY, PR_SUBJECT_W});
+    if (c.restriction) {
+      EXPECT_EQ(table->Restrict(c.restriction, 0), S_OK);
+    }
+    if (!c.sort.empty()) {
+      std::vector<ULONG> buffer(3 + 2 * c.sort.size());
+      auto* set = reinterpret_cast<SSortOrderSet*>(buffer.data());
+      set->cSorts = static_cast<ULONG>(c.sort.size());
+      for (size_t i = 0; i < c.sort.size(); ++i) set->aSort[i] = c.sort[i];
+      EXPECT_EQ(table->SortTable(set, 0), S_OK);
+    }
+    return table;
+  };
+  std::vector<Ref> items;
+  for (const char* key : {"m1", "m2", "m3", "m4"}) items.push_back(profile_->byKey(key));
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    RecordingSink sink;
+    auto live = open(c);
+    ULONG connection = 0;
+    ASSERT_EQ(live->Advise(fnevTableModified, &sink, &connection), S_OK);
+    std::vector<Bytes> mirror = allKeys(live.get());
+    for (int step = 0; step < 120; ++step) {
+      const std::vector<Bytes> old = allKeys(live.get());
+      const size_t cursor = next(static_cast<uint32_t>(old.size() + 1));
+      ASSERT_EQ(live->SeekRow(BOOKMARK_BEGINNING, static_cast<LONG>(cursor), nullptr), S_OK);
+      const size_t events = sink.events.size();
+      const std::u16string subject = u"s" + fromUtf8(std::to_string(next(5)));
+      const int32_t importance = static_cast<int32_t>(next(3));
+      switch (next(items.size() < 3 ? 1 : 4)) {
+        case 0: {
+          Item item = note(subject, importance);
+          item.associated = next(6) == 0;  // never in a contents table
+          items.push_back(profile_->insertItem(inbox, std::move(item), next(12)));
+          break;
+        }
+        case 1:
+          profile_->modifyItem(
+              items[next(static_cast<uint32_t>(items.size()))],
+              {Prop::ofText(PR_SUBJECT_W, subject), Prop::ofLong(PR_IMPORTANCE, importance)});
+          break;
+        case 2:
+          profile_->replaceItem(items[next(static_cast<uint32_t>(items.size()))],
+                                note(subject, importance), next(12));
+          break;
+        default: {
+          const size_t at = next(static_cast<uint32_t>(items.size()));
+          profile_->deleteItem(items[at]);
+          items.erase(items.begin() + static_cast<ptrdiff_t>(at));
+        }
+      }
+      const std::vector<Bytes> now = allKeys(live.get());
+      EXPECT_EQ(now, allKeys(open(c).get())) << "step " << step;
+      // The notifications bring a copy of the rows along.
+      ASSERT_LE(sink.events.size(), events + 1);
+      for (size_t e = events; e < sink.events.size(); ++e) {
+        const RecordingSink::Event& ev = sink.events[e];
+        auto at = std::find(mirror.begin(), mirror.end(), ev.index);
+        if (ev.type != TABLE_ROW_ADDED) {
+          ASSERT_NE(at, mirror.end());
+          mirror.erase(at);
+        } else {
+          EXPECT_EQ(at, mirror.end());
+        }
+        if (ev.type != TABLE_ROW_DELETED) {
+          auto prior = ev.prior.empty() ? mirror.begin()
+                                        : std::find(mirror.begin(), mirror.end(), ev.prior) + 1;
+          mirror.insert(prior, ev.index);
+        }
+      }
+      EXPECT_EQ(mirror, now) << "step " << step;
+      // The cursor stays on the first row at or after it that is still shown.
+      size_t expected = std::min(cursor, now.size());
+      if (cursor < old.size()) {
+        expected = now.size();
+        for (size_t i = cursor; i < old.size() && expected == now.size(); ++i) {
+          if (auto at = std::find(now.begin(), now.end(), old[i]); at != now.end())
+            expected = static_cast<size_t>(at - now.begin());
+        }
+      }
+      ULONG row = 0, numerator = 0, denominator = 0;
+      ASSERT_EQ(live->QueryPosition(&row, &numerator, &denominator), S_OK);
+      EXPECT_EQ(row, expected) << "step " << step;
+    }
+    EXPECT_EQ(live->Unadvise(connection), S_OK);
+  }
+}
+
 TEST(MapiBuffersTest, MoreBlocksGoWithTheirRootAndBadFreesAreRefused) {
   const int64_t before = liveMapiBuffers();
   void* root = nullptr;

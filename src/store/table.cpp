@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <forward_list>
+#include <unordered_map>
 #include <unordered_set>
 
 #include "core/debug_logger.h"
@@ -17,26 +19,42 @@ namespace {
     if (HRESULT injected = FaultInjector::instance().check("IMAPITable", method)) return injected; \
   } while (0)
 
-// A table row as restrictions and sorts see it.
+// A table row as restrictions, sorts and QueryRows see it: a computed row,
+// or an item of a contents table read in place.
 class RowView : public RowAccess {
  public:
-  RowView(Profile& profile, const TableRow& row) : profile_(profile), row_(row) {}
-  const Prop* find(ULONG propId) const override { return profile_.rowProps(row_).find(propId); }
+  RowView(Profile& profile, const TableRow& row)
+      : profile_(profile), row_(&row), store_(row.store), item_(row.item.get()) {}
+  RowView(Profile& profile, size_t store, const Item& item)
+      : profile_(profile), store_(store), item_(&item) {}
+
+  const Prop* find(ULONG propId) const override {
+    if (row_ && !row_->pending) return row_->props.find(propId);
+    Prop value;
+    const Prop* p = profile_.itemRowProp(store_, *item_, propId, value);
+    if (p != &value) return p;
+    // Kept while the view lives: a caller may hold two values of one row.
+    computed_.push_front(std::move(value));
+    return &computed_.front();
+  }
   std::vector<PropList> subObjectRows(ULONG subObject) const override {
     std::vector<PropList> out;
-    if (!row_.item) return out;
+    if (!item_) return out;
     if (subObject == PR_MESSAGE_RECIPIENTS) {
-      for (size_t i = 0; i < row_.item->recipients.size(); ++i)
-        out.push_back(profile_.recipientProps(row_.item->recipients[i], i));
+      for (size_t i = 0; i < item_->recipients.size(); ++i)
+        out.push_back(profile_.recipientProps(item_->recipients[i], i));
     } else if (subObject == PR_MESSAGE_ATTACHMENTS) {
-      for (const Attachment& a : row_.item->attachments) out.push_back(profile_.attachmentProps(a));
+      for (const Attachment& a : item_->attachments) out.push_back(profile_.attachmentProps(a));
     }
     return out;
   }
 
  private:
   Profile& profile_;
-  const TableRow& row_;
+  const TableRow* row_ = nullptr;
+  size_t store_ = 0;
+  const Item* item_ = nullptr;
+  mutable std::forward_list<Prop> computed_;
 };
 
 std::vector<ULONG> defaultColumns(TableSource::Kind kind) {
@@ -94,6 +112,10 @@ DeliverOptions TableImpl::deliverOptions() {
 }
 
 void TableImpl::refresh(bool force) {
+  if (isContents()) {
+    if (force) rebuildContents();
+    return;
+  }
   if (!force && viewVersion_ == profile_->version()) return;
   viewVersion_ = profile_->version();
   std::vector<TableRow> rows = profile_->rows(source_);
@@ -112,19 +134,100 @@ void TableImpl::refresh(bool force) {
   // cursor at the end stays at the same index.
   size_t cursor = std::min(cursor_, rows.size());
   if (cursor_ < view_.size()) {
+    std::unordered_map<std::string, size_t> places;
+    for (size_t j = 0; j < rows.size(); ++j)
+      places.emplace(std::string(rows[j].instanceKey.begin(), rows[j].instanceKey.end()), j);
     cursor = rows.size();
-    for (size_t i = cursor_; i < view_.size() && cursor == rows.size(); ++i)
-      for (size_t j = 0; j < rows.size(); ++j)
-        if (rows[j].instanceKey == view_[i].instanceKey) {
-          cursor = j;
-          break;
-        }
+    for (size_t i = cursor_; i < view_.size(); ++i) {
+      const Bytes& key = view_[i].instanceKey;
+      auto at = places.find(std::string(key.begin(), key.end()));
+      if (at != places.end()) {
+        cursor = at->second;
+        break;
+      }
+    }
   }
   view_ = std::move(rows);
   cursor_ = cursor;
 }
 
-HRESULT TableImpl::buildRow(const TableRow& row, void* root, LPSPropValue* values, ULONG* count) {
+void TableImpl::rebuildContents() {
+  order_.clear();
+  shown_.clear();
+  auto folder = profile_->folder(source_.store, source_.folder);
+  if (!folder) return;
+  const bool associated = source_.kind == TableSource::Kind::Associated;
+  for (const auto& item : folder->items)
+    if (item->associated == associated &&
+        (!restricted_ || evaluate(restriction_, RowView(*profile_, source_.store, *item))))
+      order_.push_back(item.get());
+  if (!sort_.empty()) {
+    std::stable_sort(order_.begin(), order_.end(), [this](const Item* a, const Item* b) {
+      return compareRows(sort_, RowView(*profile_, source_.store, *a),
+                         RowView(*profile_, source_.store, *b)) < 0;
+    });
+  }
+  shown_.insert(order_.begin(), order_.end());
+}
+
+Bytes TableImpl::keyAt(size_t index) const {
+  return isContents() ? profile_->instanceKey(source_.store, order_[index]->nid)
+                      : view_[index].instanceKey;
+}
+
+bool TableImpl::matchesAt(const Restriction& restriction, size_t index) {
+  return isContents() ? evaluate(restriction, RowView(*profile_, source_.store, *order_[index]))
+                      : evaluate(restriction, RowView(*profile_, view_[index]));
+}
+
+size_t TableImpl::placeOf(const Item& item, size_t skip) {
+  // Positions in order_ as if the entry at `skip` (the item's old place, or
+  // past the end) were not there.
+  const size_t count = order_.size() - (skip < order_.size() ? 1 : 0);
+  auto at = [&](size_t i) { return order_[i < skip ? i : i + 1]; };
+  auto folder = profile_->folder(source_.store, source_.folder);
+  const auto& items = folder->items;
+  auto inFolder = std::find_if(items.begin(), items.end(), [&item](const std::shared_ptr<Item>& i) {
+    return i.get() == &item;
+  });
+  if (sort_.empty()) {
+    // The folder's order: right after the nearest item before it that is shown.
+    while (inFolder != items.begin()) {
+      --inFolder;
+      if (inFolder->get() == &item || !shown_.count(inFolder->get())) continue;
+      const size_t p = static_cast<size_t>(
+          std::find(order_.begin(), order_.end(), inFolder->get()) - order_.begin());
+      return (p < skip ? p : p - 1) + 1;
+    }
+    return 0;
+  }
+  const RowView row(*profile_, source_.store, item);
+  // The first position in [from, count) whose row does not order before
+  // `row` (orEqual: not before nor level with it).
+  auto search = [&](size_t from, bool orEqual) {
+    size_t lo = from, hi = count;
+    while (lo < hi) {
+      const size_t mid = lo + (hi - lo) / 2;
+      const int c = compareRows(sort_, RowView(*profile_, source_.store, *at(mid)), row);
+      if (c < 0 || (orEqual && c == 0))
+        lo = mid + 1;
+      else
+        hi = mid;
+    }
+    return lo;
+  };
+  const size_t first = search(0, false);
+  const size_t last = search(first, true);
+  if (first == last) return first;
+  // Equal keys keep the folder's order: count the tied rows before it there.
+  std::unordered_set<const Item*> tied;
+  for (size_t i = first; i < last; ++i) tied.insert(at(i));
+  size_t before = 0;
+  for (auto i = items.begin(); i != inFolder; ++i) before += tied.count(i->get());
+  return first + before;
+}
+
+HRESULT TableImpl::buildRow(size_t index, void* root, LPSPropValue* values, ULONG* count) {
   const DeliverOptions options = deliverOptions();
   MapiBuffer<SPropValue> own;
   LPSPropValue props = nullptr;
@@ -134,10 +237,11 @@ HRESULT TableImpl::buildRow(const TableRow& row, void* root, LPSPropValue* value
   if (FAILED(hr)) return hr;
   if (!root) props = own.get();
   void* base = root ? root : props;
+  const RowView row = isContents() ? RowView(*profile_, source_.store, *order_[index])
+                                   : RowView(*profile_, view_[index]);
   for (size_t i = 0; i < columns_.size(); ++i) {
     bool isError = false;
-    hr = deliver(profile_->rowProps(row).find(PROP_ID(columns_[i])), columns_[i], base, props[i],
-                 options, isError);
+    hr = deliver(row.find(PROP_ID(columns_[i])), columns_[i], base, props[i], options, isError);
     if (FAILED(hr)) return hr;
   }
   *values = root ? props : own.detach();
@@ -145,22 +249,56 @@ HRESULT TableImpl::buildRow(const TableRow& row, void* root, LPSPropValue* value
   return S_OK;
 }
 
-void TableImpl::collectNotifications(const Bytes& changedKey,
-                                     std::vector<PendingNotification>& out) {
-  auto indexIn = [&changedKey](const std::vector<TableRow>& rows) -> long {
-    for (size_t i = 0; i < rows.size(); ++i)
-      if (rows[i].instanceKey == changedKey) return static_cast<long>(i);
-    return -1;
-  };
-  const long before = changedKey.empty() ? -1 : indexIn(view_);
-  refresh(true);
+void TableImpl::itemChanged(const Item* item, bool present, std::vector<PendingNotification>& out) {
+  long before = -1, after = -1;
+  if (item) {
+    size_t old = order_.size();
+    if (shown_.count(item)) {
+      old = static_cast<size_t>(std::find(order_.begin(), order_.end(), item) - order_.begin());
+      before = static_cast<long>(old);
+    }
+    if (present && item->associated == (source_.kind == TableSource::Kind::Associated) &&
+        (!restricted_ || evaluate(restriction_, RowView(*profile_, source_.store, *item)))) {
+      const size_t place = placeOf(*item, old);
+      after = static_cast<long>(place);
+      // Only the rows between its old and new places move.
+      if (before < 0) {
+        order_.insert(order_.begin() + static_cast<ptrdiff_t>(place), item);
+        shown_.insert(item);
+      } else if (place < old) {
+        std::rotate(order_.begin() + static_cast<ptrdiff_t>(place),
+                    order_.begin() + static_cast<ptrdiff_t>(old),
+                    order_.begin() + static_cast<ptrdiff_t>(old) + 1);
+      } else if (place > old) {
+        std::rotate(order_.begin() + static_cast<ptrdiff_t>(old),
+                    order_.begin() + static_cast<ptrdiff_t>(old) + 1,
+                    order_.begin() + static_cast<ptrdiff_t>(place) + 1);
+      }
+    } else if (before >= 0) {
+      order_.erase(order_.begin() + before);
+      shown_.erase(item);
+    }
+    // The cursor stays on its row; on the changed row, it follows it, or
+    // goes to the row after it when it left; at the end, it keeps its index.
+    const size_t oldCount = order_.size() + (before >= 0) - (after >= 0);
+    if (cursor_ < oldCount) {
+      if (static_cast<long>(cursor_) == before) {
+        if (after >= 0) cursor_ = static_cast<size_t>(after);
+      } else {
+        size_t rest = cursor_ - (before >= 0 && before < static_cast<long>(cursor_) ? 1 : 0);
+        cursor_ = rest + (after >= 0 && after <= static_cast<long>(rest) ? 1 : 0);
+      }
+    } else {
+      cursor_ = std::min(cursor_, order_.size());
+    }
+  }
   if (sinks_.empty()) return;
-  const long after = changedKey.empty() ? -1 : indexIn(view_);
   ULONG event = TABLE_CHANGED;
-  if (!changedKey.empty()) {
+  if (item) {
     if (before < 0 && after < 0) return;  // not shown before or after
     event = before < 0 ? TABLE_ROW_ADDED : (after < 0 ? TABLE_ROW_DELETED : TABLE_ROW_MODIFIED);
   }
+  const Bytes changedKey = item ? profile_->instanceKey(source_.store, item->nid) : Bytes();
   for (auto& [connection, sink] : sinks_) {
     PendingNotification pending;
     if (FAILED(MAPIAllocateBuffer(sizeof(NOTIFICATION), pending.notification.putVoid()))) return;
@@ -183,8 +321,9 @@ void TableImpl::collectNotifications(const Bytes& changedKey,
     };
     if (event != TABLE_CHANGED && !keyValue(changedKey, tab.propIndex)) return;
     if (event == TABLE_ROW_ADDED || event == TABLE_ROW_MODIFIED) {
-      if (after > 0 && !keyValue(view_[after - 1].instanceKey, tab.propPrior)) return;
-      if (FAILED(buildRow(view_[after], n, &tab.row.lpProps, &tab.row.cValues))) return;
+      if (after > 0 && !keyValue(keyAt(static_cast<size_t>(after - 1)), tab.propPrior)) return;
+      if (FAILED(buildRow(static_cast<size_t>(after), n, &tab.row.lpProps, &tab.row.cValues)))
+        return;
     }
     pending.sink = ComPtr<IMAPIAdviseSink>::share(sink.get());
     out.push_back(std::move(pending));
@@ -271,7 +410,7 @@ HRESULT TableImpl::GetRowCount(ULONG, ULONG* lpulCount) {
   if (!lpulCount) return MAPI_E_INVALID_PARAMETER;
   std::lock_guard<std::recursive_mutex> guard(profile_->mutex());
   refresh();
-  *lpulCount = static_cast<ULONG>(view_.size());
+  *lpulCount = static_cast<ULONG>(rowCount());
   return S_OK;
 }
 
@@ -285,14 +424,14 @@ HRESULT TableImpl::SeekRow(BOOKMARK bkOrigin, LONG lRowCount, LONG* lplRowsSough
   } else if (bkOrigin == BOOKMARK_CURRENT) {
     origin = static_cast<long>(cursor_);
   } else if (bkOrigin == BOOKMARK_END) {
-    origin = static_cast<long>(view_.size());
+    origin = static_cast<long>(rowCount());
   } else {
     auto it = bookmarks_.find(bkOrigin);
     if (it == bookmarks_.end()) return MAPI_E_INVALID_BOOKMARK;
-    origin = static_cast<long>(std::min(it->second, view_.size()));
+    origin = static_cast<long>(std::min(it->second, rowCount()));
   }
   const long target =
-      std::clamp<long>(origin + static_cast<long>(lRowCount), 0, static_cast<long>(view_.size()));
+      std::clamp<long>(origin + static_cast<long>(lRowCount), 0, static_cast<long>(rowCount()));
   cursor_ = static_cast<size_t>(target);
   if (lplRowsSought) *lplRowsSought = static_cast<LONG>(target - origin);
   return S_OK;
@@ -303,8 +442,8 @@ HRESULT TableImpl::SeekRowApprox(ULONG ulNumerator, ULONG ulDenominator) {
   if (ulDenominator == 0) return MAPI_E_INVALID_PARAMETER;
   std::lock_guard<std::recursive_mutex> guard(profile_->mutex());
   refresh();
-  cursor_ = std::min<size_t>(view_.size(), static_cast<size_t>(static_cast<uint64_t>(view_.size()) *
-                                                               ulNumerator / ulDenominator));
+  cursor_ = std::min<size_t>(rowCount(), static_cast<size_t>(static_cast<uint64_t>(rowCount()) *
+                                                             ulNumerator / ulDenominator));
   return S_OK;
 }
 
@@ -315,7 +454,7 @@ HRESULT TableImpl::QueryPosition(ULONG* lpulRow, ULONG* lpulNumerator, ULONG* lp
   refresh();
   *lpulRow = static_cast<ULONG>(cursor_);
   *lpulNumerator = static_cast<ULONG>(cursor_);
-  *lpulDenominator = static_cast<ULONG>(std::max<size_t>(1, view_.size()));
+  *lpulDenominator = static_cast<ULONG>(std::max<size_t>(1, rowCount()));
   return S_OK;
 }
 
@@ -329,8 +468,8 @@ HRESULT TableImpl::FindRow(LPSRestriction lpRestriction, BOOKMARK bkOrigin, ULON
   if (HRESULT hr = SeekRow(bkOrigin, 0, &ignored); FAILED(hr)) return hr;
   const bool backward = (ulFlags & DIR_BACKWARD) != 0;
   for (long i = static_cast<long>(cursor_) - (backward ? 1 : 0);
-       i >= 0 && i < static_cast<long>(view_.size()); i += backward ? -1 : 1) {
-    if (evaluate(wanted, RowView(*profile_, view_[static_cast<size_t>(i)]))) {
+       i >= 0 && i < static_cast<long>(rowCount()); i += backward ? -1 : 1) {
+    if (matchesAt(wanted, static_cast<size_t>(i))) {
       cursor_ = static_cast<size_t>(i);
       return S_OK;
     }
@@ -409,7 +548,7 @@ HRESULT TableImpl::QueryRows(LONG lRowCount, ULONG ulFlags, LPSRowSet* lppRows) 
   refresh();
   size_t first = cursor_, count = 0;
   if (lRowCount >= 0) {
-    count = std::min<size_t>(static_cast<size_t>(lRowCount), view_.size() - cursor_);
+    count = std::min<size_t>(static_cast<size_t>(lRowCount), rowCount() - cursor_);
   } else {
     count = std::min<size_t>(static_cast<size_t>(-static_cast<int64_t>(lRowCount)), cursor_);
     first = cursor_ - count;
@@ -422,7 +561,7 @@ HRESULT TableImpl::QueryRows(LONG lRowCount, ULONG ulFlags, LPSRowSet* lppRows) 
   for (size_t i = 0; i < count; ++i) {
     SRow& row = rows->aRow[i];
     row.ulAdrEntryPad = 0;
-    if (FAILED(hr = buildRow(view_[first + i], nullptr, &row.lpProps, &row.cValues))) return hr;
+    if (FAILED(hr = buildRow(first + i, nullptr, &row.lpProps, &row.cValues))) return hr;
     rows->cRows = static_cast<ULONG>(i + 1);
   }
   if (!(ulFlags & TBL_NOADVANCE)) cursor_ = lRowCount >= 0 ? first + count : first;

@@ -1,10 +1,17 @@
 // The store's IMAPITable: a live view (columns, restriction, sort, cursor)
 // over one TableSource of a Profile. See restriction.h for how restrictions
 // and sorts behave; rows cut strings at the store's table string limit.
+//
+// A contents table holds only the order of the folder's items it shows: the
+// restriction and the sort keys are read from the items in place, a row's
+// columns are made when QueryRows (or a notification) hands it out, and a
+// change to one item moves that one entry instead of recomputing the view.
+// Other tables recompute their (small) rows when the profile changed.
 #pragma once
 
 #include <map>
 #include <memory>
+#include <unordered_set>
 #include <vector>
 
 #include "mapi/mapi_ptr.h"
@@ -27,10 +34,11 @@ class TableImpl final : public ComBase<IMAPITable> {
   static TableImpl* create(std::shared_ptr<Profile> profile, TableSource source);
 
   const TableSource& source() const { return source_; }
-  // Under the profile's lock: brings the view up to date and queues one
-  // notification per advise sink for the row `changedKey` (or TABLE_CHANGED
-  // when `changedKey` is empty).
-  void collectNotifications(const Bytes& changedKey, std::vector<PendingNotification>& out);
+  // Contents tables, under the profile's lock, right after the change: takes
+  // in the change to `item` (in the folder when `present`) and queues one
+  // notification per advise sink for its row, if the table shows it before
+  // or after; null `item`: TABLE_CHANGED.
+  void itemChanged(const Item* item, bool present, std::vector<PendingNotification>& out);
 
   MAPIMETHOD(GetLastError)(HRESULT hResult, ULONG ulFlags, LPMAPIERROR* lppMAPIError) override;
   MAPIMETHOD(Advise)
@@ -68,12 +76,25 @@ class TableImpl final : public ComBase<IMAPITable> {
   ~TableImpl() override;
   bool answers(REFIID iid) const override;
   const char* interfaceName() const override { return "IMAPITable"; }
-  // Recomputes the view from the profile (under its lock), keeping the
-  // cursor on the same row where that row is still shown.
+  bool isContents() const {
+    return source_.kind == TableSource::Kind::Contents ||
+           source_.kind == TableSource::Kind::Associated;
+  }
+  // Under the profile's lock. Other tables: recomputes the rows when the
+  // profile changed (or `force`), keeping the cursor on the same row where
+  // that row is still shown. Contents tables: with `force`, makes the order
+  // anew from the folder (the callers then reset the cursor).
   void refresh(bool force = false);
+  void rebuildContents();
+  size_t rowCount() const { return isContents() ? order_.size() : view_.size(); }
+  Bytes keyAt(size_t index) const;
+  bool matchesAt(const Restriction& restriction, size_t index);
+  // Where a contents row for `item` belongs in order_ once the entry at
+  // `skip` (its old place; past the end: none) has left.
+  size_t placeOf(const Item& item, size_t skip);
   // Fills one row's values for the current columns into MAPI memory tied to
   // `root` (null: a new root, returned through `values`).
-  HRESULT buildRow(const TableRow& row, void* root, LPSPropValue* values, ULONG* count);
+  HRESULT buildRow(size_t index, void* root, LPSPropValue* values, ULONG* count);
   DeliverOptions deliverOptions();
 
   std::shared_ptr<Profile> profile_;
@@ -83,8 +104,12 @@ class TableImpl final : public ComBase<IMAPITable> {
   bool restricted_ = false;
   Restriction restriction_;
   std::vector<SSortOrder> sort_;
-  std::vector<TableRow> view_;
+  std::vector<TableRow> view_;  // other tables
   uint64_t viewVersion_ = 0;
+  // Contents tables: the items shown, in the table's order, and the same as
+  // a set. Items leave the table (under the lock) before they are let go.
+  std::vector<const Item*> order_;
+  std::unordered_set<const Item*> shown_;
   size_t cursor_ = 0;
   std::map<BOOKMARK, size_t> bookmarks_;
   BOOKMARK nextBookmark_ = 3;
