@@ -526,79 +526,88 @@ class Loader {
     if (j.contains("writerVersion2")) r.writerVersion2 = u32("writerVersion2");
   }
 
-  // One element of a value of `type` (single-valued).
-  void element(const Json& j, const Path& p, ULONG type, size_t store, Prop& out) {
-    switch (type) {
+  // One value of the tag's (single-valued) type.
+  Prop element(const Json& j, const Path& p, ULONG tag, size_t store) {
+    switch (PROP_TYPE(tag)) {
       case PT_I2:
-        out.num = integer(j, p, -32768, 65535);
-        break;
+        return Prop::ofNum(tag, integer(j, p, -32768, 65535));
       case PT_LONG:
-        out.num = static_cast<int32_t>(static_cast<uint32_t>(
-            integer(j, p, std::numeric_limits<int32_t>::min(), 0xFFFFFFFFll)));
-        break;
+        return Prop::ofNum(tag, static_cast<int32_t>(static_cast<uint32_t>(integer(
+                                    j, p, std::numeric_limits<int32_t>::min(), 0xFFFFFFFFll))));
       case PT_BOOLEAN:
-        out.num = boolean(j, p) ? 1 : 0;
-        break;
+        return Prop::ofNum(tag, boolean(j, p) ? 1 : 0);
       case PT_I8:
-        out.num =
-            integer(j, p, std::numeric_limits<int64_t>::min(), std::numeric_limits<int64_t>::max());
-        break;
+        return Prop::ofNum(tag, integer(j, p, std::numeric_limits<int64_t>::min(),
+                                        std::numeric_limits<int64_t>::max()));
       case PT_SYSTIME:
-        out.num = static_cast<int64_t>(fileTime(j, p));
-        break;
+        return Prop::ofNum(tag, static_cast<int64_t>(fileTime(j, p)));
       case PT_R4:
       case PT_DOUBLE:
       case PT_APPTIME:
         if (!j.is_number()) fail(p, std::string("expected a number, found ") + kindOf(j));
-        out.real = j.get<double>();
-        break;
+        return Prop::ofReal(tag, j.get<double>());
       case PT_STRING8:
-        out.str = textValue(j, p);
-        break;
+        return Prop::ofString8(tag, textValue(j, p));
       case PT_UNICODE:
-        out.text = fromUtf8(textValue(j, p));
-        break;
+        return Prop::ofUtf8Text(tag, textValue(j, p));
       case PT_BINARY:
-        out.bin = binaryValue(j, p, store);
-        break;
-      case PT_CLSID:
-        out.bin = guidBytes(guidText(text(j, p), p));
-        break;
+        return Prop::ofBinary(tag, binaryValue(j, p, store));
+      case PT_CLSID: {
+        const Bytes g = guidBytes(guidText(text(j, p), p));
+        return Prop::ofBytes(tag, std::string(g.begin(), g.end()));
+      }
       default:
         fail(p, "this property type cannot be given a value");
     }
   }
 
   Prop propValue(const Json& j, const Path& p, ULONG tag, size_t store) {
-    Prop prop;
-    prop.tag = tag;
     const ULONG type = PROP_TYPE(tag);
-    if (!(type & MV_FLAG)) {
-      element(j, p, type, store, prop);
-      return prop;
-    }
+    if (!(type & MV_FLAG)) return element(j, p, tag, store);
     expectArray(j, p);
     const ULONG base = type & ~MV_FLAG;
+    const ULONG baseTag = PROP_TAG(base, PROP_ID(tag));
+    std::vector<std::string> strs;
+    std::vector<int64_t> nums;
+    std::vector<Bytes> bins;
     for (size_t i = 0; i < j.size(); ++i) {
-      Prop e;
-      element(j[i], p / i, base, store, e);
       switch (base) {
         case PT_UNICODE:
-          prop.texts.push_back(std::move(e.text));
+          strs.push_back(textValue(j[i], p / i));
           break;
         case PT_STRING8:
-          prop.strs.push_back(std::move(e.str));
+          strs.push_back(element(j[i], p / i, baseTag, store).str());
           break;
         case PT_BINARY:
         case PT_CLSID:
-          prop.bins.push_back(std::move(e.bin));
+          bins.push_back(element(j[i], p / i, baseTag, store).bin());
+          break;
+        case PT_R4:
+        case PT_DOUBLE:
+        case PT_APPTIME:
+          // Checked, but multi-valued reals keep no value.
+          element(j[i], p / i, baseTag, store);
+          nums.push_back(0);
           break;
         default:
-          prop.nums.push_back(e.num);
+          nums.push_back(element(j[i], p / i, baseTag, store).num());
           break;
       }
     }
-    return prop;
+    switch (base) {
+      case PT_UNICODE:
+        return Prop::ofMvUtf8Text(tag, strs);
+      case PT_STRING8:
+        return Prop::ofMvString8(tag, strs);
+      case PT_BINARY:
+      case PT_CLSID: {
+        Prop prop = Prop::ofMvBinary(tag, std::move(bins));
+        prop.tag = tag;
+        return prop;
+      }
+      default:
+        return Prop::ofMvNums(tag, nums);
+    }
   }
 
   PropName propName(const Json& j, const Path& p) const {
@@ -828,7 +837,7 @@ class Loader {
     if (j.contains("class")) {
       if (it.props.find(PROP_ID(PR_MESSAGE_CLASS)))
         fail(p / "class", "the message class is given twice");
-      it.props.set(Prop::ofText(PR_MESSAGE_CLASS_W, fromUtf8(text(j["class"], p / "class"))));
+      it.props.set(Prop::ofUtf8Text(PR_MESSAGE_CLASS_W, text(j["class"], p / "class")));
     }
     if (j.contains("associated")) it.associated = boolean(j["associated"], p / "associated");
     if (j.contains("recipients")) {

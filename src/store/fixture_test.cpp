@@ -124,24 +124,24 @@ TEST(FixtureValueTest, ValueFormsBecomeTheRightBytesAndNumbers) {
         "address": "zoe@example.com", "unicode": false}}})"),
                                  "box.json");
   // 2024-03-01 09:30:15.25 UTC in 100 ns ticks since 1601.
-  EXPECT_EQ(propOf(*profile, 0x0039)->num, 133537590152500000ll);
-  EXPECT_EQ(propOf(*profile, 0x0E06)->num, 864000000000ll);
-  EXPECT_EQ(propOf(*profile, 0x0FF9)->bin, Bytes({0x0A, 0x0B, 0xFF}));
-  EXPECT_EQ(propOf(*profile, 0x0017)->num, -1) << "hex gives the 32-bit pattern";
-  EXPECT_EQ(propOf(*profile, 0x1000)->str, "ababab");
-  EXPECT_EQ(propOf(*profile, 0x0037)->text, u"Ünïcødé 😀");
+  EXPECT_EQ(propOf(*profile, 0x0039)->num(), 133537590152500000ll);
+  EXPECT_EQ(propOf(*profile, 0x0E06)->num(), 864000000000ll);
+  EXPECT_EQ(propOf(*profile, 0x0FF9)->bin(), Bytes({0x0A, 0x0B, 0xFF}));
+  EXPECT_EQ(propOf(*profile, 0x0017)->num(), -1) << "hex gives the 32-bit pattern";
+  EXPECT_EQ(propOf(*profile, 0x1000)->str(), "ababab");
+  EXPECT_EQ(propOf(*profile, 0x0037)->text(), u"Ünïcødé 😀");
   EXPECT_EQ(propOf(*profile, 0x3A17)->tag, PROP_TAG(PT_ERROR, 0x3A17));
-  EXPECT_EQ(propOf(*profile, 0x3A17)->num, MAPI_E_NOT_ENOUGH_MEMORY);
-  EXPECT_EQ(propOf(*profile, 0x6800)->texts, std::vector<std::u16string>({u"a", u"b"}));
+  EXPECT_EQ(propOf(*profile, 0x3A17)->num(), MAPI_E_NOT_ENOUGH_MEMORY);
+  EXPECT_EQ(propOf(*profile, 0x6800)->texts(), std::vector<std::u16string>({u"a", u"b"}));
   PropName flag;
   flag.set = PSETID_Common;
   flag.kind = MNID_STRING;
   flag.name = u"Flag";
   const ULONG flagId = profile->namedPropId(0, flag);
   EXPECT_EQ(flagId, 0x8000u) << "named ids start at 0x8000";
-  EXPECT_EQ(propOf(*profile, flagId)->num, 1);
+  EXPECT_EQ(propOf(*profile, flagId)->num(), 1);
   OneOffEntryId zoe{u"Zoë", u"SMTP", u"zoe@example.com", false};
-  EXPECT_EQ(propOf(*profile, 0x0C19)->bin, encodeOneOffEntryId(zoe));
+  EXPECT_EQ(propOf(*profile, 0x0C19)->bin(), encodeOneOffEntryId(zoe));
 }
 
 TEST(FixtureValueTest, RecurrenceInReadableFormMatchesTheEncoder) {
@@ -171,7 +171,7 @@ TEST(FixtureValueTest, RecurrenceInReadableFormMatchesTheEncoder) {
   moved.end = minutesSince1601(2024, 1, 16, 10, 30);
   moved.subject = u"Moved";
   r.exceptions = {moved};
-  EXPECT_EQ(propOf(*profile, 0x8000)->bin, encodeAppointmentRecurrence(r));
+  EXPECT_EQ(propOf(*profile, 0x8000)->bin(), encodeAppointmentRecurrence(r));
 }
 
 TEST(FixtureFileTest, LoadsFromAFileAndKeepsIdsStable) {
