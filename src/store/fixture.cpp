@@ -1,7 +1,5 @@
 #include "store/fixture.h"
 
-#include <nlohmann/json.hpp>
-
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -10,6 +8,7 @@
 
 #include "core/debug_logger.h"
 #include "core/utils.h"
+#include "store/json_reader.h"
 #include "store/one_off_entry_id.h"
 #include "store/props.h"
 #include "store/recurrence_blob.h"
@@ -18,51 +17,79 @@
 namespace PIM::store {
 namespace {
 
-using Json = nlohmann::json;
+using Json = JsonValue;
 
 constexpr int kMaxDepth = 32;
 
-// Where in the document a value is: a JSON pointer.
+// Where in the document a value is: a JSON pointer, made into text only
+// for an error. A path refers to the path it extends, which outlives it.
 class Path {
  public:
   Path() = default;
-  Path operator/(const std::string& key) const { return Path(text_ + "/" + key); }
-  Path operator/(size_t index) const { return Path(text_ + "/" + std::to_string(index)); }
-  const std::string& str() const { return text_.empty() ? root_ : text_; }
+  Path operator/(std::string_view key) const& { return Path(this).push(key, 0); }
+  Path operator/(size_t index) const& { return Path(this).push({}, index + 1); }
+  Path operator/(std::string_view key) && { return std::move(*this).push(key, 0); }
+  Path operator/(size_t index) && { return std::move(*this).push({}, index + 1); }
+  std::string str() const {
+    const std::string t = pointer();
+    return t.empty() ? "/" : t;
+  }
 
  private:
-  explicit Path(std::string text) : text_(std::move(text)) {}
-  std::string text_;
-  std::string root_ = "/";
+  // Up to kMax steps of its own; a longer chain is a path of a path.
+  static constexpr int kMax = 4;
+  struct Step {
+    std::string_view key;
+    size_t index = 0;  // 1 + the array index; 0 for a key
+  };
+  explicit Path(const Path* parent) : parent_(parent) {}
+  Path push(std::string_view key, size_t index) && {
+    if (count_ == kMax) return Path(this).push(key, index);
+    steps_[count_++] = Step{key, index};
+    return std::move(*this);
+  }
+  std::string pointer() const {
+    std::string t = parent_ ? parent_->pointer() : std::string();
+    for (int i = 0; i < count_; ++i) {
+      t += '/';
+      if (steps_[i].index)
+        t += std::to_string(steps_[i].index - 1);
+      else
+        t.append(steps_[i].key);
+    }
+    return t;
+  }
+  const Path* parent_ = nullptr;
+  Step steps_[kMax];
+  int count_ = 0;
 };
 
 const char* kindOf(const Json& j) {
-  switch (j.type()) {
-    case Json::value_t::null:
+  switch (j.kind()) {
+    case Json::Kind::Null:
       return "null";
-    case Json::value_t::object:
+    case Json::Kind::Object:
       return "an object";
-    case Json::value_t::array:
+    case Json::Kind::Array:
       return "an array";
-    case Json::value_t::string:
+    case Json::Kind::String:
       return "a text";
-    case Json::value_t::boolean:
+    case Json::Kind::Boolean:
       return "a boolean";
-    case Json::value_t::number_integer:
-    case Json::value_t::number_unsigned:
+    case Json::Kind::Unsigned:
+    case Json::Kind::Integer:
       return "an integer";
-    case Json::value_t::number_float:
+    case Json::Kind::Float:
       return "a number";
-    default:
-      return "a value";
   }
+  return "a value";
 }
-
-struct Fixup;
 
 class Loader {
  public:
-  Loader(std::string file) : file_(std::move(file)), profile_(Profile::create()) {}
+  // `text` is the document's bytes, which deferred values are read from.
+  Loader(std::string file, std::string_view text)
+      : file_(std::move(file)), text_(text), profile_(Profile::create()) {}
 
   std::shared_ptr<Profile> load(const Json& doc) {
     const Path root;
@@ -94,48 +121,48 @@ class Loader {
 
   // ---- Shape checks ------------------------------------------------------------
   void expectObject(const Json& j, const Path& p) const {
-    if (!j.is_object()) fail(p, std::string("expected an object, found ") + kindOf(j));
+    if (!j.isObject()) fail(p, std::string("expected an object, found ") + kindOf(j));
   }
   void expectArray(const Json& j, const Path& p) const {
-    if (!j.is_array()) fail(p, std::string("expected an array, found ") + kindOf(j));
+    if (!j.isArray()) fail(p, std::string("expected an array, found ") + kindOf(j));
   }
   void expectKeys(const Json& j, const Path& p, std::initializer_list<const char*> allowed) const {
     expectObject(j, p);
-    for (auto it = j.begin(); it != j.end(); ++it) {
+    for (const Json::Member& m : j.members()) {
       bool known = false;
-      for (const char* a : allowed) known = known || it.key() == a;
+      for (const char* a : allowed) known = known || m.key == a;
       if (!known) {
         std::string list;
         for (const char* a : allowed) list += std::string(list.empty() ? "" : ", ") + a;
-        fail(p / it.key(), "unknown member \"" + it.key() + "\" (expected one of: " + list + ")");
+        fail(p / m.key, "unknown member \"" + m.key + "\" (expected one of: " + list + ")");
       }
     }
   }
   const Json& member(const Json& j, const Path& p, const char* key) const {
-    auto it = j.find(key);
-    if (it == j.end()) fail(p, std::string("missing member \"") + key + "\"");
-    return *it;
+    const Json* value = j.find(key);
+    if (!value) fail(p, std::string("missing member \"") + key + "\"");
+    return *value;
   }
   std::string text(const Json& j, const Path& p) const {
-    if (!j.is_string()) fail(p, std::string("expected a text, found ") + kindOf(j));
-    return j.get<std::string>();
+    if (!j.isString()) fail(p, std::string("expected a text, found ") + kindOf(j));
+    return j.str();
   }
   bool boolean(const Json& j, const Path& p) const {
-    if (!j.is_boolean()) fail(p, std::string("expected true or false, found ") + kindOf(j));
-    return j.get<bool>();
+    if (!j.isBoolean()) fail(p, std::string("expected true or false, found ") + kindOf(j));
+    return j.boolean();
   }
   // An integer (or a "0x" hex text) within [lo, hi].
   int64_t integer(const Json& j, const Path& p, int64_t lo, int64_t hi) const {
     int64_t v = 0;
-    if (j.is_number_unsigned()) {
-      const uint64_t u = j.get<uint64_t>();
+    if (j.isUnsigned()) {
+      const uint64_t u = j.uint64();
       if (u > static_cast<uint64_t>(std::numeric_limits<int64_t>::max()))
         fail(p, "integer out of range");
       v = static_cast<int64_t>(u);
-    } else if (j.is_number_integer()) {
-      v = j.get<int64_t>();
-    } else if (j.is_string()) {
-      v = parseIntText(j.get<std::string>(), p);
+    } else if (j.isInteger()) {
+      v = j.int64();
+    } else if (j.isString()) {
+      v = parseIntText(j.str(), p);
     } else {
       fail(p, std::string("expected an integer, found ") + kindOf(j));
     }
@@ -278,12 +305,12 @@ class Loader {
   }
 
   uint64_t fileTime(const Json& j, const Path& p) const {
-    if (j.is_number_integer() || j.is_number_unsigned())
+    if (j.isInteger() || j.isUnsigned())
       return static_cast<uint64_t>(integer(j, p, 0, std::numeric_limits<int64_t>::max()));
-    if (!j.is_string())
+    if (!j.isString())
       fail(p, std::string("PT_SYSTIME wants a date text such as 2024-03-01T09:30:00Z, found ") +
                   kindOf(j));
-    const DateTime d = dateTime(j.get<std::string>(), p);
+    const DateTime d = dateTime(j.str(), p);
     const uint64_t mins = minutes(d);
     return (mins * 60 + static_cast<uint64_t>(d.second)) * 10000000ull +
            static_cast<uint64_t>(d.millis) * 10000ull;
@@ -291,7 +318,7 @@ class Loader {
 
   // "09:30" -> minutes after midnight.
   uint32_t timeOfDay(const Json& j, const Path& p) const {
-    if (j.is_number_integer()) return static_cast<uint32_t>(integer(j, p, 0, 1439));
+    if (j.isInteger()) return static_cast<uint32_t>(integer(j, p, 0, 1439));
     const std::string s = text(j, p);
     if (s.size() != 5 || s[2] != ':' || !isdigit(static_cast<unsigned char>(s[0])) ||
         !isdigit(static_cast<unsigned char>(s[1])) || !isdigit(static_cast<unsigned char>(s[3])) ||
@@ -303,8 +330,8 @@ class Loader {
   }
 
   std::string textValue(const Json& j, const Path& p) const {
-    if (j.is_string()) return j.get<std::string>();
-    if (j.is_object()) {
+    if (j.isString()) return j.str();
+    if (j.isObject()) {
       expectKeys(j, p, {"text", "repeat", "hex"});
       if (j.contains("hex")) {
         const Bytes b = hexBytes(text(j["hex"], p / "hex"), p / "hex");
@@ -322,8 +349,8 @@ class Loader {
   }
 
   Bytes binaryValue(const Json& j, const Path& p, size_t store) {
-    if (j.is_string()) return hexBytes(j.get<std::string>(), p);
-    if (!j.is_object())
+    if (j.isString()) return hexBytes(j.str(), p);
+    if (!j.isObject())
       fail(p, std::string("a binary value is hex text or an object, found ") + kindOf(j));
     expectKeys(j, p,
                {"hex", "text", "entryIdOf", "shortTermEntryIdOf", "oneOff", "recurrence",
@@ -427,7 +454,7 @@ class Loader {
                               "yearlyNth)");
     }
     if (j.contains("firstDayOfWeek")) {
-      const uint32_t mask = dayMask(Json::array({j["firstDayOfWeek"]}), p / "firstDayOfWeek");
+      const uint32_t mask = dayMask(Json::arrayOf(j["firstDayOfWeek"]), p / "firstDayOfWeek");
       for (uint32_t k = 0; k < 7; ++k)
         if (mask == (1u << k)) pat.firstDayOfWeek = k;
     }
@@ -544,8 +571,8 @@ class Loader {
       case PT_R4:
       case PT_DOUBLE:
       case PT_APPTIME:
-        if (!j.is_number()) fail(p, std::string("expected a number, found ") + kindOf(j));
-        return Prop::ofReal(tag, j.get<double>());
+        if (!j.isNumber()) fail(p, std::string("expected a number, found ") + kindOf(j));
+        return Prop::ofReal(tag, j.number());
       case PT_STRING8:
         return Prop::ofString8(tag, textValue(j, p));
       case PT_UNICODE:
@@ -662,7 +689,7 @@ class Loader {
       if (j.contains("value")) fail(p, "give \"value\" or \"error\", not both");
       SCODE code = 0;
       const Json& e = j["error"];
-      if (e.is_string() && errorByName(e.get<std::string>(), code)) {
+      if (e.isString() && errorByName(e.str(), code)) {
       } else {
         code = static_cast<SCODE>(static_cast<uint32_t>(integer(e, p / "error", 0, 0xFFFFFFFF)));
       }
@@ -789,11 +816,10 @@ class Loader {
     if (j.contains("receiveFolders")) {
       const Json& map = j["receiveFolders"];
       expectObject(map, p / "receiveFolders");
-      for (auto it = map.begin(); it != map.end(); ++it) {
-        const Ref f = folderKey(it.value(), p / "receiveFolders" / it.key());
-        if (f.store != store)
-          fail(p / "receiveFolders" / it.key(), "the folder is in another store");
-        profile_->setReceiveFolder(f, it.key());
+      for (const Json::Member& m : map.members()) {
+        const Ref f = folderKey(m.value, p / "receiveFolders" / m.key);
+        if (f.store != store) fail(p / "receiveFolders" / m.key, "the folder is in another store");
+        profile_->setReceiveFolder(f, m.key);
       }
     }
     fillFolder(member(j, p, "root"), p / "root", profile_->rootFolder(store), store);
@@ -807,9 +833,20 @@ class Loader {
     if (j.contains("items")) {
       const Json& items = j["items"];
       expectArray(items, p / "items");
-      for (size_t i = 0; i < items.size(); ++i) {
-        const Ref ref = profile_->addItem(folder, item(items[i], p / "items" / i, store, 0));
-        setKey(items[i], p / "items" / i, ref);
+      if (items.deferred()) {
+        // Items are read from the text one at a time.
+        JsonReader reader(text_);
+        reader.startArray(items.begin());
+        Json one;
+        for (size_t i = 0; reader.next(one); ++i) {
+          const Ref ref = profile_->addItem(folder, item(one, p / "items" / i, store, 0));
+          setKey(one, p / "items" / i, ref);
+        }
+      } else {
+        for (size_t i = 0; i < items.size(); ++i) {
+          const Ref ref = profile_->addItem(folder, item(items[i], p / "items" / i, store, 0));
+          setKey(items[i], p / "items" / i, ref);
+        }
       }
     }
     if (j.contains("folders")) {
@@ -870,6 +907,7 @@ class Loader {
   }
 
   std::string file_;
+  std::string_view text_;
   std::shared_ptr<Profile> profile_;
 };
 
@@ -890,28 +928,21 @@ std::string lineAndColumn(const std::string& text, size_t byte) {
 
 std::shared_ptr<Profile> loadFixtureText(const std::string& text, const std::string& fileName) {
   PIM_ENTRY("PIM::store::loadFixtureText");
+  // The whole text is checked first, so a syntax error anywhere is reported
+  // before any meaning; the folders' items stay in the text until read.
   Json doc;
   try {
-    doc = Json::parse(text);
-  } catch (const Json::parse_error& e) {
-    // The library's message repeats the place; keep its last part only.
-    std::string what = e.what();
-    const size_t colon = what.rfind(": ");
-    if (colon != std::string::npos) what = what.substr(colon + 2);
-    throw FixtureError(fileName + ": " + lineAndColumn(text, e.byte) + ": invalid JSON: " + what);
-  } catch (const Json::exception& e) {
-    // A number beyond a double's range, for one, is not a syntax error.
-    std::string what = e.what();
-    const size_t bracket = what.find("] ");
-    if (bracket != std::string::npos) what = what.substr(bracket + 2);
-    throw FixtureError(fileName + ": invalid JSON: " + what);
+    doc = JsonReader(text).document(true);
+  } catch (const JsonError& e) {
+    if (!e.byte) throw FixtureError(fileName + ": invalid JSON: " + e.what());
+    throw FixtureError(fileName + ": " + lineAndColumn(text, e.byte) +
+                       ": invalid JSON: " + e.what());
   }
   try {
-    return Loader(fileName).load(doc);
-  } catch (const FixtureError&) {
-    throw;
-  } catch (const Json::exception& e) {
-    throw FixtureError(fileName + ": " + e.what());
+    return Loader(fileName, text).load(doc);
+  } catch (const JsonError& e) {
+    // Read once already; only a changed text could fail here.
+    throw FixtureError(fileName + ": invalid JSON: " + e.what());
   }
 }
 
@@ -928,7 +959,17 @@ std::shared_ptr<Profile> loadFixtureFile(const std::u16string& path) {
   const std::string name = toUtf8(path);
   std::ifstream in(nativePath(path), std::ios::binary);
   if (!in) throw FixtureError(name + ": cannot be opened");
-  const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  // One read of the whole file.
+  std::string text;
+  in.seekg(0, std::ios::end);
+  const std::streamoff size = in.tellg();
+  in.seekg(0, std::ios::beg);
+  if (size > 0) {
+    text.resize(static_cast<size_t>(size));
+    in.read(text.data(), size);
+    text.resize(static_cast<size_t>(in.gcount()));
+  }
+  if (in.bad()) throw FixtureError(name + ": cannot be read");
   return loadFixtureText(text, name);
 }
 
