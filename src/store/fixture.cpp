@@ -2,12 +2,11 @@
 
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <limits>
 
 #include "core/debug_logger.h"
 #include "core/utils.h"
+#include "platform/file_buffer.h"
 #include "store/json_reader.h"
 #include "store/one_off_entry_id.h"
 #include "store/props.h"
@@ -20,6 +19,8 @@ namespace {
 using Json = JsonValue;
 
 constexpr int kMaxDepth = 32;
+// Items read are handed back in steps of this many bytes of text.
+constexpr size_t kReleaseStep = 1 << 20;
 
 // Where in the document a value is: a JSON pointer, made into text only
 // for an error. A path refers to the path it extends, which outlives it.
@@ -88,8 +89,8 @@ const char* kindOf(const Json& j) {
 class Loader {
  public:
   // `text` is the document's bytes, which deferred values are read from.
-  Loader(std::string file, std::string_view text)
-      : file_(std::move(file)), text_(text), profile_(Profile::create()) {}
+  Loader(std::string file, std::string_view text, FileBuffer* buffer)
+      : file_(std::move(file)), text_(text), buffer_(buffer), profile_(Profile::create()) {}
 
   std::shared_ptr<Profile> load(const Json& doc) {
     const Path root;
@@ -702,9 +703,12 @@ class Loader {
     return propValue(member(j, p, "value"), p / "value", tag, store);
   }
 
-  PropList props(const Json& j, const Path& p, size_t store, bool namedAllowed = true) {
+  // `extra`: values the caller adds afterwards.
+  PropList props(const Json& j, const Path& p, size_t store, bool namedAllowed = true,
+                 size_t extra = 0) {
     expectArray(j, p);
     PropList out;
+    out.reserve(j.size() + extra);
     for (size_t i = 0; i < j.size(); ++i) {
       Prop prop = property(j[i], p / i, store, namedAllowed);
       if (out.find(prop.id())) fail(p / i, "property set twice");
@@ -838,10 +842,16 @@ class Loader {
         JsonReader reader(text_);
         reader.startArray(items.begin());
         Json one;
+        size_t done = items.begin();  // bytes before this are handed back
         for (size_t i = 0; reader.next(one); ++i) {
           const Ref ref = profile_->addItem(folder, item(one, p / "items" / i, store, 0));
           setKey(one, p / "items" / i, ref);
+          if (buffer_ && reader.position() - done >= kReleaseStep) {
+            buffer_->release(done, reader.position() - done);
+            done = reader.position();
+          }
         }
+        if (buffer_) buffer_->release(done, reader.position() - done);
       } else {
         for (size_t i = 0; i < items.size(); ++i) {
           const Ref ref = profile_->addItem(folder, item(items[i], p / "items" / i, store, 0));
@@ -870,7 +880,8 @@ class Loader {
     expectKeys(j, p, {"key", "class", "associated", "props", "recipients", "attachments"});
     if (depth > 0 && j.contains("key")) fail(p / "key", "embedded messages have no key");
     Item it;
-    if (j.contains("props")) it.props = props(j["props"], p / "props", store);
+    if (j.contains("props"))
+      it.props = props(j["props"], p / "props", store, true, j.contains("class") ? 1 : 0);
     if (j.contains("class")) {
       if (it.props.find(PROP_ID(PR_MESSAGE_CLASS)))
         fail(p / "class", "the message class is given twice");
@@ -908,10 +919,11 @@ class Loader {
 
   std::string file_;
   std::string_view text_;
+  FileBuffer* buffer_;
   std::shared_ptr<Profile> profile_;
 };
 
-std::string lineAndColumn(const std::string& text, size_t byte) {
+std::string lineAndColumn(std::string_view text, size_t byte) {
   size_t line = 1, column = 1;
   for (size_t i = 0; i < text.size() && i + 1 < byte; ++i) {
     if (text[i] == '\n') {
@@ -924,10 +936,10 @@ std::string lineAndColumn(const std::string& text, size_t byte) {
   return "line " + std::to_string(line) + ", column " + std::to_string(column);
 }
 
-}  // namespace
-
-std::shared_ptr<Profile> loadFixtureText(const std::string& text, const std::string& fileName) {
-  PIM_ENTRY("PIM::store::loadFixtureText");
+// `buffer`, when given, holds `text`: the parts read for the last time are
+// handed back as the items are built.
+std::shared_ptr<Profile> loadBytes(std::string_view text, const std::string& fileName,
+                                   FileBuffer* buffer) {
   // The whole text is checked first, so a syntax error anywhere is reported
   // before any meaning; the folders' items stay in the text until read.
   Json doc;
@@ -939,11 +951,18 @@ std::shared_ptr<Profile> loadFixtureText(const std::string& text, const std::str
                        ": invalid JSON: " + e.what());
   }
   try {
-    return Loader(fileName, text).load(doc);
+    return Loader(fileName, text, buffer).load(doc);
   } catch (const JsonError& e) {
     // Read once already; only a changed text could fail here.
     throw FixtureError(fileName + ": invalid JSON: " + e.what());
   }
+}
+
+}  // namespace
+
+std::shared_ptr<Profile> loadFixtureText(const std::string& text, const std::string& fileName) {
+  PIM_ENTRY("PIM::store::loadFixtureText");
+  return loadBytes(text, fileName, nullptr);
 }
 
 std::filesystem::path nativePath(const std::u16string& path) {
@@ -957,20 +976,9 @@ std::filesystem::path nativePath(const std::u16string& path) {
 std::shared_ptr<Profile> loadFixtureFile(const std::u16string& path) {
   PIM_ENTRY("PIM::store::loadFixtureFile");
   const std::string name = toUtf8(path);
-  std::ifstream in(nativePath(path), std::ios::binary);
-  if (!in) throw FixtureError(name + ": cannot be opened");
-  // One read of the whole file.
-  std::string text;
-  in.seekg(0, std::ios::end);
-  const std::streamoff size = in.tellg();
-  in.seekg(0, std::ios::beg);
-  if (size > 0) {
-    text.resize(static_cast<size_t>(size));
-    in.read(text.data(), size);
-    text.resize(static_cast<size_t>(in.gcount()));
-  }
-  if (in.bad()) throw FixtureError(name + ": cannot be read");
-  return loadFixtureText(text, name);
+  const std::unique_ptr<FileBuffer> buffer = FileBuffer::read(path);
+  if (!buffer) throw FixtureError(name + ": cannot be opened");
+  return loadBytes(std::string_view(buffer->data(), buffer->size()), name, buffer.get());
 }
 
 }  // namespace PIM::store

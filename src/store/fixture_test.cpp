@@ -188,5 +188,39 @@ TEST(FixtureFileTest, LoadsFromAFileAndKeepsIdsStable) {
   EXPECT_FALSE(a->findFolder(0, u"Top of Information Store/Outbox").valid());
 }
 
+TEST(FixtureFileTest, ALargeFileLoadsAsItsTextWhileReadPartsAreHandedBack) {
+  // Several megabytes over three folders, so that the loader hands back the
+  // text of items already built many times, across folder boundaries.
+  std::string json = R"({"stores": [{"name": "S", "root": {"folders": [)";
+  for (int f = 0; f < 3; ++f) {
+    json += std::string(f ? "," : "") + R"({"name": "F)" + std::to_string(f) + R"(", "items": [)";
+    for (int i = 0; i < 2500; ++i) {
+      const std::string n = std::to_string(f * 10000 + i);
+      json += std::string(i ? "," : "") + R"({"key": "m)" + n +
+              R"(", "props": [{"tag": "PR_SUBJECT_W", "value": "Zoë )" + n +
+              R"("}, {"tag": "PR_BODY_W", "value": ")" + std::string(400, 'a' + i % 26) +
+              R"("}, {"tag": "PR_IMPORTANCE", "value": )" + std::to_string(i % 3) + "}]}";
+    }
+    json += "]}";
+  }
+  json += "]}}]}";
+  ASSERT_GT(json.size(), 3u << 20);
+  PIM::testing::TempDir dir;
+  const std::u16string path = dir.file(u"large.json");
+  PIM::testing::writeFileBytes(path, json);
+  auto fromFile = loadFixtureFile(path);
+  auto fromText = loadFixtureText(json, "large.json");
+  for (int f = 0; f < 3; ++f)
+    for (int i = 0; i < 2500; i += 7) {
+      const std::string key = "m" + std::to_string(f * 10000 + i);
+      auto a = fromFile->itemCopy(fromFile->byKey(key));
+      auto b = fromText->itemCopy(fromText->byKey(key));
+      ASSERT_TRUE(a && b) << key;
+      EXPECT_EQ(a->props.all(), b->props.all()) << key;
+      EXPECT_EQ(a->props.find(PROP_ID(PR_SUBJECT_W))->text(),
+                u"Zoë " + fromUtf8(std::to_string(f * 10000 + i)));
+    }
+}
+
 }  // namespace
 }  // namespace PIM::store::testing

@@ -92,6 +92,8 @@ class JsonReader {
   // at a time: start, then next() until it returns false.
   void startArray(size_t begin);
   bool next(JsonValue& out);
+  // The byte after the last element read.
+  size_t position() const { return pos_; }
 
  private:
   [[noreturn]] void syntax(size_t at, const char* context, const std::string& detail,

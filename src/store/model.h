@@ -98,6 +98,8 @@ class PropList {
   // Sets only when no value with that identifier is present.
   void setDefault(Prop prop);
   bool erase(ULONG propId);
+  // Room for n values in all, so a list built once holds no spare room.
+  void reserve(size_t n) { props_.reserve(n); }
   const std::vector<Prop>& all() const { return props_; }
   bool empty() const { return props_.empty(); }
 
