@@ -26,7 +26,7 @@ std::vector<std::vector<uint8_t>> membersOf(const std::string& key) {
   const std::shared_ptr<const store::Item> item = sample->itemCopy(sample->byKey(key));
   if (item)
     for (const store::Prop& prop : item->props.all())
-      if (prop.type() == PT_MV_BINARY) return prop.bins;
+      if (prop.type() == PT_MV_BINARY) return prop.bins();
   ADD_FAILURE() << "no members in " << key;
   return {};
 }

@@ -43,7 +43,7 @@ class DecodeRecurrenceTest : public ::testing::Test {
     const std::shared_ptr<const store::Item> item = sample->itemCopy(ref);
     if (item)
       for (const store::Prop& prop : item->props.all())
-        if (prop.tag == PROP_TAG(PT_BINARY, id)) return prop.bin;
+        if (prop.tag == PROP_TAG(PT_BINARY, id)) return prop.bin();
     ADD_FAILURE() << "no recurrence in " << key;
     return {};
   }

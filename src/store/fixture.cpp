@@ -1,15 +1,13 @@
 #include "store/fixture.h"
 
-#include <nlohmann/json.hpp>
-
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <limits>
 
 #include "core/debug_logger.h"
 #include "core/utils.h"
+#include "platform/file_buffer.h"
+#include "store/json_reader.h"
 #include "store/one_off_entry_id.h"
 #include "store/props.h"
 #include "store/recurrence_blob.h"
@@ -18,51 +16,81 @@
 namespace PIM::store {
 namespace {
 
-using Json = nlohmann::json;
+using Json = JsonValue;
 
 constexpr int kMaxDepth = 32;
+// Items read are handed back in steps of this many bytes of text.
+constexpr size_t kReleaseStep = 1 << 20;
 
-// Where in the document a value is: a JSON pointer.
+// Where in the document a value is: a JSON pointer, made into text only
+// for an error. A path refers to the path it extends, which outlives it.
 class Path {
  public:
   Path() = default;
-  Path operator/(const std::string& key) const { return Path(text_ + "/" + key); }
-  Path operator/(size_t index) const { return Path(text_ + "/" + std::to_string(index)); }
-  const std::string& str() const { return text_.empty() ? root_ : text_; }
+  Path operator/(std::string_view key) const& { return Path(this).push(key, 0); }
+  Path operator/(size_t index) const& { return Path(this).push({}, index + 1); }
+  Path operator/(std::string_view key) && { return std::move(*this).push(key, 0); }
+  Path operator/(size_t index) && { return std::move(*this).push({}, index + 1); }
+  std::string str() const {
+    const std::string t = pointer();
+    return t.empty() ? "/" : t;
+  }
 
  private:
-  explicit Path(std::string text) : text_(std::move(text)) {}
-  std::string text_;
-  std::string root_ = "/";
+  // Up to kMax steps of its own; a longer chain is a path of a path.
+  static constexpr int kMax = 4;
+  struct Step {
+    std::string_view key;
+    size_t index = 0;  // 1 + the array index; 0 for a key
+  };
+  explicit Path(const Path* parent) : parent_(parent) {}
+  Path push(std::string_view key, size_t index) && {
+    if (count_ == kMax) return Path(this).push(key, index);
+    steps_[count_++] = Step{key, index};
+    return std::move(*this);
+  }
+  std::string pointer() const {
+    std::string t = parent_ ? parent_->pointer() : std::string();
+    for (int i = 0; i < count_; ++i) {
+      t += '/';
+      if (steps_[i].index)
+        t += std::to_string(steps_[i].index - 1);
+      else
+        t.append(steps_[i].key);
+    }
+    return t;
+  }
+  const Path* parent_ = nullptr;
+  Step steps_[kMax];
+  int count_ = 0;
 };
 
 const char* kindOf(const Json& j) {
-  switch (j.type()) {
-    case Json::value_t::null:
+  switch (j.kind()) {
+    case Json::Kind::Null:
       return "null";
-    case Json::value_t::object:
+    case Json::Kind::Object:
       return "an object";
-    case Json::value_t::array:
+    case Json::Kind::Array:
       return "an array";
-    case Json::value_t::string:
+    case Json::Kind::String:
       return "a text";
-    case Json::value_t::boolean:
+    case Json::Kind::Boolean:
       return "a boolean";
-    case Json::value_t::number_integer:
-    case Json::value_t::number_unsigned:
+    case Json::Kind::Unsigned:
+    case Json::Kind::Integer:
       return "an integer";
-    case Json::value_t::number_float:
+    case Json::Kind::Float:
       return "a number";
-    default:
-      return "a value";
   }
+  return "a value";
 }
-
-struct Fixup;
 
 class Loader {
  public:
-  Loader(std::string file) : file_(std::move(file)), profile_(Profile::create()) {}
+  // `text` is the document's bytes, which deferred values are read from.
+  Loader(std::string file, std::string_view text, FileBuffer* buffer)
+      : file_(std::move(file)), text_(text), buffer_(buffer), profile_(Profile::create()) {}
 
   std::shared_ptr<Profile> load(const Json& doc) {
     const Path root;
@@ -94,48 +122,48 @@ class Loader {
 
   // ---- Shape checks ------------------------------------------------------------
   void expectObject(const Json& j, const Path& p) const {
-    if (!j.is_object()) fail(p, std::string("expected an object, found ") + kindOf(j));
+    if (!j.isObject()) fail(p, std::string("expected an object, found ") + kindOf(j));
   }
   void expectArray(const Json& j, const Path& p) const {
-    if (!j.is_array()) fail(p, std::string("expected an array, found ") + kindOf(j));
+    if (!j.isArray()) fail(p, std::string("expected an array, found ") + kindOf(j));
   }
   void expectKeys(const Json& j, const Path& p, std::initializer_list<const char*> allowed) const {
     expectObject(j, p);
-    for (auto it = j.begin(); it != j.end(); ++it) {
+    for (const Json::Member& m : j.members()) {
       bool known = false;
-      for (const char* a : allowed) known = known || it.key() == a;
+      for (const char* a : allowed) known = known || m.key == a;
       if (!known) {
         std::string list;
         for (const char* a : allowed) list += std::string(list.empty() ? "" : ", ") + a;
-        fail(p / it.key(), "unknown member \"" + it.key() + "\" (expected one of: " + list + ")");
+        fail(p / m.key, "unknown member \"" + m.key + "\" (expected one of: " + list + ")");
       }
     }
   }
   const Json& member(const Json& j, const Path& p, const char* key) const {
-    auto it = j.find(key);
-    if (it == j.end()) fail(p, std::string("missing member \"") + key + "\"");
-    return *it;
+    const Json* value = j.find(key);
+    if (!value) fail(p, std::string("missing member \"") + key + "\"");
+    return *value;
   }
   std::string text(const Json& j, const Path& p) const {
-    if (!j.is_string()) fail(p, std::string("expected a text, found ") + kindOf(j));
-    return j.get<std::string>();
+    if (!j.isString()) fail(p, std::string("expected a text, found ") + kindOf(j));
+    return j.str();
   }
   bool boolean(const Json& j, const Path& p) const {
-    if (!j.is_boolean()) fail(p, std::string("expected true or false, found ") + kindOf(j));
-    return j.get<bool>();
+    if (!j.isBoolean()) fail(p, std::string("expected true or false, found ") + kindOf(j));
+    return j.boolean();
   }
   // An integer (or a "0x" hex text) within [lo, hi].
   int64_t integer(const Json& j, const Path& p, int64_t lo, int64_t hi) const {
     int64_t v = 0;
-    if (j.is_number_unsigned()) {
-      const uint64_t u = j.get<uint64_t>();
+    if (j.isUnsigned()) {
+      const uint64_t u = j.uint64();
       if (u > static_cast<uint64_t>(std::numeric_limits<int64_t>::max()))
         fail(p, "integer out of range");
       v = static_cast<int64_t>(u);
-    } else if (j.is_number_integer()) {
-      v = j.get<int64_t>();
-    } else if (j.is_string()) {
-      v = parseIntText(j.get<std::string>(), p);
+    } else if (j.isInteger()) {
+      v = j.int64();
+    } else if (j.isString()) {
+      v = parseIntText(j.str(), p);
     } else {
       fail(p, std::string("expected an integer, found ") + kindOf(j));
     }
@@ -278,12 +306,12 @@ class Loader {
   }
 
   uint64_t fileTime(const Json& j, const Path& p) const {
-    if (j.is_number_integer() || j.is_number_unsigned())
+    if (j.isInteger() || j.isUnsigned())
       return static_cast<uint64_t>(integer(j, p, 0, std::numeric_limits<int64_t>::max()));
-    if (!j.is_string())
+    if (!j.isString())
       fail(p, std::string("PT_SYSTIME wants a date text such as 2024-03-01T09:30:00Z, found ") +
                   kindOf(j));
-    const DateTime d = dateTime(j.get<std::string>(), p);
+    const DateTime d = dateTime(j.str(), p);
     const uint64_t mins = minutes(d);
     return (mins * 60 + static_cast<uint64_t>(d.second)) * 10000000ull +
            static_cast<uint64_t>(d.millis) * 10000ull;
@@ -291,7 +319,7 @@ class Loader {
 
   // "09:30" -> minutes after midnight.
   uint32_t timeOfDay(const Json& j, const Path& p) const {
-    if (j.is_number_integer()) return static_cast<uint32_t>(integer(j, p, 0, 1439));
+    if (j.isInteger()) return static_cast<uint32_t>(integer(j, p, 0, 1439));
     const std::string s = text(j, p);
     if (s.size() != 5 || s[2] != ':' || !isdigit(static_cast<unsigned char>(s[0])) ||
         !isdigit(static_cast<unsigned char>(s[1])) || !isdigit(static_cast<unsigned char>(s[3])) ||
@@ -303,8 +331,8 @@ class Loader {
   }
 
   std::string textValue(const Json& j, const Path& p) const {
-    if (j.is_string()) return j.get<std::string>();
-    if (j.is_object()) {
+    if (j.isString()) return j.str();
+    if (j.isObject()) {
       expectKeys(j, p, {"text", "repeat", "hex"});
       if (j.contains("hex")) {
         const Bytes b = hexBytes(text(j["hex"], p / "hex"), p / "hex");
@@ -322,8 +350,8 @@ class Loader {
   }
 
   Bytes binaryValue(const Json& j, const Path& p, size_t store) {
-    if (j.is_string()) return hexBytes(j.get<std::string>(), p);
-    if (!j.is_object())
+    if (j.isString()) return hexBytes(j.str(), p);
+    if (!j.isObject())
       fail(p, std::string("a binary value is hex text or an object, found ") + kindOf(j));
     expectKeys(j, p,
                {"hex", "text", "entryIdOf", "shortTermEntryIdOf", "oneOff", "recurrence",
@@ -427,7 +455,7 @@ class Loader {
                               "yearlyNth)");
     }
     if (j.contains("firstDayOfWeek")) {
-      const uint32_t mask = dayMask(Json::array({j["firstDayOfWeek"]}), p / "firstDayOfWeek");
+      const uint32_t mask = dayMask(Json::arrayOf(j["firstDayOfWeek"]), p / "firstDayOfWeek");
       for (uint32_t k = 0; k < 7; ++k)
         if (mask == (1u << k)) pat.firstDayOfWeek = k;
     }
@@ -526,79 +554,88 @@ class Loader {
     if (j.contains("writerVersion2")) r.writerVersion2 = u32("writerVersion2");
   }
 
-  // One element of a value of `type` (single-valued).
-  void element(const Json& j, const Path& p, ULONG type, size_t store, Prop& out) {
-    switch (type) {
+  // One value of the tag's (single-valued) type.
+  Prop element(const Json& j, const Path& p, ULONG tag, size_t store) {
+    switch (PROP_TYPE(tag)) {
       case PT_I2:
-        out.num = integer(j, p, -32768, 65535);
-        break;
+        return Prop::ofNum(tag, integer(j, p, -32768, 65535));
       case PT_LONG:
-        out.num = static_cast<int32_t>(static_cast<uint32_t>(
-            integer(j, p, std::numeric_limits<int32_t>::min(), 0xFFFFFFFFll)));
-        break;
+        return Prop::ofNum(tag, static_cast<int32_t>(static_cast<uint32_t>(integer(
+                                    j, p, std::numeric_limits<int32_t>::min(), 0xFFFFFFFFll))));
       case PT_BOOLEAN:
-        out.num = boolean(j, p) ? 1 : 0;
-        break;
+        return Prop::ofNum(tag, boolean(j, p) ? 1 : 0);
       case PT_I8:
-        out.num =
-            integer(j, p, std::numeric_limits<int64_t>::min(), std::numeric_limits<int64_t>::max());
-        break;
+        return Prop::ofNum(tag, integer(j, p, std::numeric_limits<int64_t>::min(),
+                                        std::numeric_limits<int64_t>::max()));
       case PT_SYSTIME:
-        out.num = static_cast<int64_t>(fileTime(j, p));
-        break;
+        return Prop::ofNum(tag, static_cast<int64_t>(fileTime(j, p)));
       case PT_R4:
       case PT_DOUBLE:
       case PT_APPTIME:
-        if (!j.is_number()) fail(p, std::string("expected a number, found ") + kindOf(j));
-        out.real = j.get<double>();
-        break;
+        if (!j.isNumber()) fail(p, std::string("expected a number, found ") + kindOf(j));
+        return Prop::ofReal(tag, j.number());
       case PT_STRING8:
-        out.str = textValue(j, p);
-        break;
+        return Prop::ofString8(tag, textValue(j, p));
       case PT_UNICODE:
-        out.text = fromUtf8(textValue(j, p));
-        break;
+        return Prop::ofUtf8Text(tag, textValue(j, p));
       case PT_BINARY:
-        out.bin = binaryValue(j, p, store);
-        break;
-      case PT_CLSID:
-        out.bin = guidBytes(guidText(text(j, p), p));
-        break;
+        return Prop::ofBinary(tag, binaryValue(j, p, store));
+      case PT_CLSID: {
+        const Bytes g = guidBytes(guidText(text(j, p), p));
+        return Prop::ofBytes(tag, std::string(g.begin(), g.end()));
+      }
       default:
         fail(p, "this property type cannot be given a value");
     }
   }
 
   Prop propValue(const Json& j, const Path& p, ULONG tag, size_t store) {
-    Prop prop;
-    prop.tag = tag;
     const ULONG type = PROP_TYPE(tag);
-    if (!(type & MV_FLAG)) {
-      element(j, p, type, store, prop);
-      return prop;
-    }
+    if (!(type & MV_FLAG)) return element(j, p, tag, store);
     expectArray(j, p);
     const ULONG base = type & ~MV_FLAG;
+    const ULONG baseTag = PROP_TAG(base, PROP_ID(tag));
+    std::vector<std::string> strs;
+    std::vector<int64_t> nums;
+    std::vector<Bytes> bins;
     for (size_t i = 0; i < j.size(); ++i) {
-      Prop e;
-      element(j[i], p / i, base, store, e);
       switch (base) {
         case PT_UNICODE:
-          prop.texts.push_back(std::move(e.text));
+          strs.push_back(textValue(j[i], p / i));
           break;
         case PT_STRING8:
-          prop.strs.push_back(std::move(e.str));
+          strs.push_back(element(j[i], p / i, baseTag, store).str());
           break;
         case PT_BINARY:
         case PT_CLSID:
-          prop.bins.push_back(std::move(e.bin));
+          bins.push_back(element(j[i], p / i, baseTag, store).bin());
+          break;
+        case PT_R4:
+        case PT_DOUBLE:
+        case PT_APPTIME:
+          // Checked, but multi-valued reals keep no value.
+          element(j[i], p / i, baseTag, store);
+          nums.push_back(0);
           break;
         default:
-          prop.nums.push_back(e.num);
+          nums.push_back(element(j[i], p / i, baseTag, store).num());
           break;
       }
     }
-    return prop;
+    switch (base) {
+      case PT_UNICODE:
+        return Prop::ofMvUtf8Text(tag, strs);
+      case PT_STRING8:
+        return Prop::ofMvString8(tag, strs);
+      case PT_BINARY:
+      case PT_CLSID: {
+        Prop prop = Prop::ofMvBinary(tag, std::move(bins));
+        prop.tag = tag;
+        return prop;
+      }
+      default:
+        return Prop::ofMvNums(tag, nums);
+    }
   }
 
   PropName propName(const Json& j, const Path& p) const {
@@ -653,7 +690,7 @@ class Loader {
       if (j.contains("value")) fail(p, "give \"value\" or \"error\", not both");
       SCODE code = 0;
       const Json& e = j["error"];
-      if (e.is_string() && errorByName(e.get<std::string>(), code)) {
+      if (e.isString() && errorByName(e.str(), code)) {
       } else {
         code = static_cast<SCODE>(static_cast<uint32_t>(integer(e, p / "error", 0, 0xFFFFFFFF)));
       }
@@ -666,9 +703,12 @@ class Loader {
     return propValue(member(j, p, "value"), p / "value", tag, store);
   }
 
-  PropList props(const Json& j, const Path& p, size_t store, bool namedAllowed = true) {
+  // `extra`: values the caller adds afterwards.
+  PropList props(const Json& j, const Path& p, size_t store, bool namedAllowed = true,
+                 size_t extra = 0) {
     expectArray(j, p);
     PropList out;
+    out.reserve(j.size() + extra);
     for (size_t i = 0; i < j.size(); ++i) {
       Prop prop = property(j[i], p / i, store, namedAllowed);
       if (out.find(prop.id())) fail(p / i, "property set twice");
@@ -780,11 +820,10 @@ class Loader {
     if (j.contains("receiveFolders")) {
       const Json& map = j["receiveFolders"];
       expectObject(map, p / "receiveFolders");
-      for (auto it = map.begin(); it != map.end(); ++it) {
-        const Ref f = folderKey(it.value(), p / "receiveFolders" / it.key());
-        if (f.store != store)
-          fail(p / "receiveFolders" / it.key(), "the folder is in another store");
-        profile_->setReceiveFolder(f, it.key());
+      for (const Json::Member& m : map.members()) {
+        const Ref f = folderKey(m.value, p / "receiveFolders" / m.key);
+        if (f.store != store) fail(p / "receiveFolders" / m.key, "the folder is in another store");
+        profile_->setReceiveFolder(f, m.key);
       }
     }
     fillFolder(member(j, p, "root"), p / "root", profile_->rootFolder(store), store);
@@ -798,9 +837,26 @@ class Loader {
     if (j.contains("items")) {
       const Json& items = j["items"];
       expectArray(items, p / "items");
-      for (size_t i = 0; i < items.size(); ++i) {
-        const Ref ref = profile_->addItem(folder, item(items[i], p / "items" / i, store, 0));
-        setKey(items[i], p / "items" / i, ref);
+      if (items.deferred()) {
+        // Items are read from the text one at a time.
+        JsonReader reader(text_);
+        reader.startArray(items.begin());
+        Json one;
+        size_t done = items.begin();  // bytes before this are handed back
+        for (size_t i = 0; reader.next(one); ++i) {
+          const Ref ref = profile_->addItem(folder, item(one, p / "items" / i, store, 0));
+          setKey(one, p / "items" / i, ref);
+          if (buffer_ && reader.position() - done >= kReleaseStep) {
+            buffer_->release(done, reader.position() - done);
+            done = reader.position();
+          }
+        }
+        if (buffer_) buffer_->release(done, reader.position() - done);
+      } else {
+        for (size_t i = 0; i < items.size(); ++i) {
+          const Ref ref = profile_->addItem(folder, item(items[i], p / "items" / i, store, 0));
+          setKey(items[i], p / "items" / i, ref);
+        }
       }
     }
     if (j.contains("folders")) {
@@ -824,11 +880,12 @@ class Loader {
     expectKeys(j, p, {"key", "class", "associated", "props", "recipients", "attachments"});
     if (depth > 0 && j.contains("key")) fail(p / "key", "embedded messages have no key");
     Item it;
-    if (j.contains("props")) it.props = props(j["props"], p / "props", store);
+    if (j.contains("props"))
+      it.props = props(j["props"], p / "props", store, true, j.contains("class") ? 1 : 0);
     if (j.contains("class")) {
       if (it.props.find(PROP_ID(PR_MESSAGE_CLASS)))
         fail(p / "class", "the message class is given twice");
-      it.props.set(Prop::ofText(PR_MESSAGE_CLASS_W, fromUtf8(text(j["class"], p / "class"))));
+      it.props.set(Prop::ofUtf8Text(PR_MESSAGE_CLASS_W, text(j["class"], p / "class")));
     }
     if (j.contains("associated")) it.associated = boolean(j["associated"], p / "associated");
     if (j.contains("recipients")) {
@@ -861,10 +918,12 @@ class Loader {
   }
 
   std::string file_;
+  std::string_view text_;
+  FileBuffer* buffer_;
   std::shared_ptr<Profile> profile_;
 };
 
-std::string lineAndColumn(const std::string& text, size_t byte) {
+std::string lineAndColumn(std::string_view text, size_t byte) {
   size_t line = 1, column = 1;
   for (size_t i = 0; i < text.size() && i + 1 < byte; ++i) {
     if (text[i] == '\n') {
@@ -877,33 +936,33 @@ std::string lineAndColumn(const std::string& text, size_t byte) {
   return "line " + std::to_string(line) + ", column " + std::to_string(column);
 }
 
+// `buffer`, when given, holds `text`: the parts read for the last time are
+// handed back as the items are built.
+std::shared_ptr<Profile> loadBytes(std::string_view text, const std::string& fileName,
+                                   FileBuffer* buffer) {
+  // The whole text is checked first, so a syntax error anywhere is reported
+  // before any meaning; the folders' items stay in the text until read.
+  Json doc;
+  try {
+    doc = JsonReader(text).document(true);
+  } catch (const JsonError& e) {
+    if (!e.byte) throw FixtureError(fileName + ": invalid JSON: " + e.what());
+    throw FixtureError(fileName + ": " + lineAndColumn(text, e.byte) +
+                       ": invalid JSON: " + e.what());
+  }
+  try {
+    return Loader(fileName, text, buffer).load(doc);
+  } catch (const JsonError& e) {
+    // Read once already; only a changed text could fail here.
+    throw FixtureError(fileName + ": invalid JSON: " + e.what());
+  }
+}
+
 }  // namespace
 
 std::shared_ptr<Profile> loadFixtureText(const std::string& text, const std::string& fileName) {
   PIM_ENTRY("PIM::store::loadFixtureText");
-  Json doc;
-  try {
-    doc = Json::parse(text);
-  } catch (const Json::parse_error& e) {
-    // The library's message repeats the place; keep its last part only.
-    std::string what = e.what();
-    const size_t colon = what.rfind(": ");
-    if (colon != std::string::npos) what = what.substr(colon + 2);
-    throw FixtureError(fileName + ": " + lineAndColumn(text, e.byte) + ": invalid JSON: " + what);
-  } catch (const Json::exception& e) {
-    // A number beyond a double's range, for one, is not a syntax error.
-    std::string what = e.what();
-    const size_t bracket = what.find("] ");
-    if (bracket != std::string::npos) what = what.substr(bracket + 2);
-    throw FixtureError(fileName + ": invalid JSON: " + what);
-  }
-  try {
-    return Loader(fileName).load(doc);
-  } catch (const FixtureError&) {
-    throw;
-  } catch (const Json::exception& e) {
-    throw FixtureError(fileName + ": " + e.what());
-  }
+  return loadBytes(text, fileName, nullptr);
 }
 
 std::filesystem::path nativePath(const std::u16string& path) {
@@ -917,10 +976,9 @@ std::filesystem::path nativePath(const std::u16string& path) {
 std::shared_ptr<Profile> loadFixtureFile(const std::u16string& path) {
   PIM_ENTRY("PIM::store::loadFixtureFile");
   const std::string name = toUtf8(path);
-  std::ifstream in(nativePath(path), std::ios::binary);
-  if (!in) throw FixtureError(name + ": cannot be opened");
-  const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  return loadFixtureText(text, name);
+  const std::unique_ptr<FileBuffer> buffer = FileBuffer::read(path);
+  if (!buffer) throw FixtureError(name + ": cannot be opened");
+  return loadBytes(std::string_view(buffer->data(), buffer->size()), name, buffer.get());
 }
 
 }  // namespace PIM::store

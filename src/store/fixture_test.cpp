@@ -124,24 +124,24 @@ TEST(FixtureValueTest, ValueFormsBecomeTheRightBytesAndNumbers) {
         "address": "zoe@example.com", "unicode": false}}})"),
                                  "box.json");
   // 2024-03-01 09:30:15.25 UTC in 100 ns ticks since 1601.
-  EXPECT_EQ(propOf(*profile, 0x0039)->num, 133537590152500000ll);
-  EXPECT_EQ(propOf(*profile, 0x0E06)->num, 864000000000ll);
-  EXPECT_EQ(propOf(*profile, 0x0FF9)->bin, Bytes({0x0A, 0x0B, 0xFF}));
-  EXPECT_EQ(propOf(*profile, 0x0017)->num, -1) << "hex gives the 32-bit pattern";
-  EXPECT_EQ(propOf(*profile, 0x1000)->str, "ababab");
-  EXPECT_EQ(propOf(*profile, 0x0037)->text, u"Ünïcødé 😀");
+  EXPECT_EQ(propOf(*profile, 0x0039)->num(), 133537590152500000ll);
+  EXPECT_EQ(propOf(*profile, 0x0E06)->num(), 864000000000ll);
+  EXPECT_EQ(propOf(*profile, 0x0FF9)->bin(), Bytes({0x0A, 0x0B, 0xFF}));
+  EXPECT_EQ(propOf(*profile, 0x0017)->num(), -1) << "hex gives the 32-bit pattern";
+  EXPECT_EQ(propOf(*profile, 0x1000)->str(), "ababab");
+  EXPECT_EQ(propOf(*profile, 0x0037)->text(), u"Ünïcødé 😀");
   EXPECT_EQ(propOf(*profile, 0x3A17)->tag, PROP_TAG(PT_ERROR, 0x3A17));
-  EXPECT_EQ(propOf(*profile, 0x3A17)->num, MAPI_E_NOT_ENOUGH_MEMORY);
-  EXPECT_EQ(propOf(*profile, 0x6800)->texts, std::vector<std::u16string>({u"a", u"b"}));
+  EXPECT_EQ(propOf(*profile, 0x3A17)->num(), MAPI_E_NOT_ENOUGH_MEMORY);
+  EXPECT_EQ(propOf(*profile, 0x6800)->texts(), std::vector<std::u16string>({u"a", u"b"}));
   PropName flag;
   flag.set = PSETID_Common;
   flag.kind = MNID_STRING;
   flag.name = u"Flag";
   const ULONG flagId = profile->namedPropId(0, flag);
   EXPECT_EQ(flagId, 0x8000u) << "named ids start at 0x8000";
-  EXPECT_EQ(propOf(*profile, flagId)->num, 1);
+  EXPECT_EQ(propOf(*profile, flagId)->num(), 1);
   OneOffEntryId zoe{u"Zoë", u"SMTP", u"zoe@example.com", false};
-  EXPECT_EQ(propOf(*profile, 0x0C19)->bin, encodeOneOffEntryId(zoe));
+  EXPECT_EQ(propOf(*profile, 0x0C19)->bin(), encodeOneOffEntryId(zoe));
 }
 
 TEST(FixtureValueTest, RecurrenceInReadableFormMatchesTheEncoder) {
@@ -171,7 +171,7 @@ TEST(FixtureValueTest, RecurrenceInReadableFormMatchesTheEncoder) {
   moved.end = minutesSince1601(2024, 1, 16, 10, 30);
   moved.subject = u"Moved";
   r.exceptions = {moved};
-  EXPECT_EQ(propOf(*profile, 0x8000)->bin, encodeAppointmentRecurrence(r));
+  EXPECT_EQ(propOf(*profile, 0x8000)->bin(), encodeAppointmentRecurrence(r));
 }
 
 TEST(FixtureFileTest, LoadsFromAFileAndKeepsIdsStable) {
@@ -186,6 +186,40 @@ TEST(FixtureFileTest, LoadsFromAFileAndKeepsIdsStable) {
       << "short-term ids belong to one session";
   EXPECT_EQ(a->findFolder(0, u"Top of Information Store/Inbox/Reports"), a->byKey("reports"));
   EXPECT_FALSE(a->findFolder(0, u"Top of Information Store/Outbox").valid());
+}
+
+TEST(FixtureFileTest, ALargeFileLoadsAsItsTextWhileReadPartsAreHandedBack) {
+  // Several megabytes over three folders, so that the loader hands back the
+  // text of items already built many times, across folder boundaries.
+  std::string json = R"({"stores": [{"name": "S", "root": {"folders": [)";
+  for (int f = 0; f < 3; ++f) {
+    json += std::string(f ? "," : "") + R"({"name": "F)" + std::to_string(f) + R"(", "items": [)";
+    for (int i = 0; i < 2500; ++i) {
+      const std::string n = std::to_string(f * 10000 + i);
+      json += std::string(i ? "," : "") + R"({"key": "m)" + n +
+              R"(", "props": [{"tag": "PR_SUBJECT_W", "value": "Zoë )" + n +
+              R"("}, {"tag": "PR_BODY_W", "value": ")" + std::string(400, 'a' + i % 26) +
+              R"("}, {"tag": "PR_IMPORTANCE", "value": )" + std::to_string(i % 3) + "}]}";
+    }
+    json += "]}";
+  }
+  json += "]}}]}";
+  ASSERT_GT(json.size(), 3u << 20);
+  PIM::testing::TempDir dir;
+  const std::u16string path = dir.file(u"large.json");
+  PIM::testing::writeFileBytes(path, json);
+  auto fromFile = loadFixtureFile(path);
+  auto fromText = loadFixtureText(json, "large.json");
+  for (int f = 0; f < 3; ++f)
+    for (int i = 0; i < 2500; i += 7) {
+      const std::string key = "m" + std::to_string(f * 10000 + i);
+      auto a = fromFile->itemCopy(fromFile->byKey(key));
+      auto b = fromText->itemCopy(fromText->byKey(key));
+      ASSERT_TRUE(a && b) << key;
+      EXPECT_EQ(a->props.all(), b->props.all()) << key;
+      EXPECT_EQ(a->props.find(PROP_ID(PR_SUBJECT_W))->text(),
+                u"Zoë " + fromUtf8(std::to_string(f * 10000 + i)));
+    }
 }
 
 }  // namespace

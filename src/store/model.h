@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "mapi/mapi.h"
@@ -15,53 +16,82 @@ namespace PIM::store {
 
 using Bytes = std::vector<uint8_t>;
 
-// One property value. The tag's type says which member is meaningful:
-//   num       PT_I2, PT_LONG, PT_BOOLEAN, PT_I8, PT_SYSTIME (FILETIME ticks),
+// One property value, kept small: the tag, one 8-byte scalar and one byte
+// payload. The tag's type says what they hold:
+//   num()     PT_I2, PT_LONG, PT_BOOLEAN, PT_I8, PT_SYSTIME (FILETIME ticks),
 //             PT_ERROR (the SCODE)
-//   real      PT_R4, PT_DOUBLE, PT_APPTIME
-//   text      PT_UNICODE
-//   str       PT_STRING8 (the bytes as stored)
-//   bin       PT_BINARY, PT_CLSID (16 bytes, GUID layout)
-//   nums      PT_MV_I2, PT_MV_LONG, PT_MV_I8, PT_MV_SYSTIME
-//   texts     PT_MV_UNICODE
-//   strs      PT_MV_STRING8
-//   bins      PT_MV_BINARY, PT_MV_CLSID
+//   real()    PT_R4, PT_DOUBLE, PT_APPTIME
+//   text()    PT_UNICODE: kept in the encoding it arrived in (UTF-8 from a
+//             fixture, UTF-16 from a caller) and converted when read
+//   str()     PT_STRING8 (the bytes as stored)
+//   bin()     PT_BINARY, PT_CLSID (16 bytes, GUID layout)
+//   nums() texts() strs() bins()   the multi-valued types, packed in the
+//             payload (8-byte numbers, or length-prefixed elements)
 // PT_OBJECT values carry nothing: the object is reached by OpenProperty.
-struct Prop {
+class Prop {
+ public:
   ULONG tag = PR_NULL;
-  int64_t num = 0;
-  double real = 0;
-  std::u16string text;
-  std::string str;
-  Bytes bin;
-  std::vector<int64_t> nums;
-  std::vector<std::u16string> texts;
-  std::vector<std::string> strs;
-  std::vector<Bytes> bins;
 
   ULONG type() const { return PROP_TYPE(tag); }
   ULONG id() const { return PROP_ID(tag); }
-  bool operator==(const Prop& other) const = default;
+  bool operator==(const Prop& other) const;
+
+  int64_t num() const { return scalar_.num; }
+  double real() const { return scalar_.real; }
+  std::u16string text() const;
+  const std::string& str() const { return data_; }
+  Bytes bin() const { return Bytes(data_.begin(), data_.end()); }
+  // The payload of a PT_STRING8, PT_BINARY or PT_CLSID value, uncopied.
+  std::string_view bytes() const { return data_; }
+  // Text length in UTF-16 units, without converting.
+  size_t textUnits() const;
+  // Whether a PT_UNICODE value (or each PT_MV_UNICODE element) is UTF-8.
+  bool utf8() const { return utf8_; }
+
+  size_t count() const;  // elements of a multi-valued value
+  std::vector<int64_t> nums() const;
+  std::vector<std::u16string> texts() const;
+  std::vector<std::string> strs() const;
+  std::vector<Bytes> bins() const;
+  // Element i of a multi-valued value as a single value of the base type.
+  Prop element(size_t i) const;
 
   static Prop ofLong(ULONG tag, int32_t value);
   static Prop ofBool(ULONG tag, bool value);
   static Prop ofI8(ULONG tag, int64_t value);
   static Prop ofTime(ULONG tag, uint64_t fileTime);
   static Prop ofText(ULONG tag, std::u16string value);  // PT_UNICODE
+  // PT_UNICODE from UTF-8 bytes; kept as they are when valid UTF-8.
+  static Prop ofUtf8Text(ULONG tag, std::string utf8);
   static Prop ofString8(ULONG tag, std::string value);
   static Prop ofBinary(ULONG tag, Bytes value);
+  static Prop ofBinary(ULONG tag, std::string_view value);
   static Prop ofError(ULONG propId, SCODE error);
   static Prop ofMvBinary(ULONG tag, std::vector<Bytes> values);
   static Prop ofMvText(ULONG tag, std::vector<std::u16string> values);
   static Prop ofI2(ULONG tag, int16_t value);
-  // PT_R4, PT_DOUBLE or PT_APPTIME, as the tag says (else PT_DOUBLE).
-  static Prop ofReal(ULONG tag, double value);
   static Prop ofClsid(ULONG tag, Bytes guid);
   // PT_MV_I2, PT_MV_LONG, PT_MV_I8 or PT_MV_SYSTIME, as the tag says (else
   // PT_MV_LONG).
-  static Prop ofMvNum(ULONG tag, std::vector<int64_t> values);
-  static Prop ofMvString8(ULONG tag, std::vector<std::string> values);
+  static Prop ofMvNum(ULONG tag, const std::vector<int64_t>& values);
   static Prop ofMvClsid(ULONG tag, std::vector<Bytes> guids);
+  // Any type as given: the tag's own type is kept.
+  static Prop ofNum(ULONG tag, int64_t value);
+  // PT_R4, PT_DOUBLE or PT_APPTIME, as the tag says (else PT_DOUBLE).
+  static Prop ofReal(ULONG tag, double value);
+  static Prop ofBytes(ULONG tag, std::string value);  // PT_STRING8, PT_BINARY, PT_CLSID
+  static Prop ofMvNums(ULONG tag, const std::vector<int64_t>& values);
+  static Prop ofMvString8(ULONG tag, const std::vector<std::string>& values);
+  // PT_MV_UNICODE from UTF-8 elements (kept as UTF-8 when all are valid).
+  static Prop ofMvUtf8Text(ULONG tag, const std::vector<std::string>& values);
+
+ private:
+  bool utf8_ = false;
+  union Scalar {
+    int64_t num;
+    double real;
+  } scalar_{0};
+  std::string data_;
 };
 
 // At most one value per property identifier, in the order they were set.
@@ -75,6 +105,8 @@ class PropList {
   // Sets only when no value with that identifier is present.
   void setDefault(Prop prop);
   bool erase(ULONG propId);
+  // Room for n values in all, so a list built once holds no spare room.
+  void reserve(size_t n) { props_.reserve(n); }
   const std::vector<Prop>& all() const { return props_; }
   bool empty() const { return props_.empty(); }
 

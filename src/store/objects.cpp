@@ -113,8 +113,7 @@ Bytes streamBytes(const Prop& prop, ULONG type, bool terminator) {
   Bytes out;
   const ULONG have = prop.type();
   if (type == PT_UNICODE) {
-    const std::u16string text =
-        have == PT_BINARY ? fromUtf8(std::string(prop.bin.begin(), prop.bin.end())) : textOf(prop);
+    const std::u16string text = have == PT_BINARY ? fromUtf8(prop.str()) : textOf(prop);
     for (char16_t c : text) {
       out.push_back(static_cast<uint8_t>(c & 0xFF));
       out.push_back(static_cast<uint8_t>(c >> 8));
@@ -122,8 +121,8 @@ Bytes streamBytes(const Prop& prop, ULONG type, bool terminator) {
     if (terminator) out.insert(out.end(), {0, 0});
     return out;
   }
-  if (have == PT_BINARY) return prop.bin;
-  const std::string text = have == PT_UNICODE ? toUtf8(prop.text) : prop.str;
+  if (have == PT_BINARY) return prop.bin();
+  const std::string text = have == PT_UNICODE ? utf8Of(prop) : prop.str();
   out.assign(text.begin(), text.end());
   if (terminator && type == PT_STRING8) out.push_back(0);
   return out;

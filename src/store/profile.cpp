@@ -35,7 +35,7 @@ std::u16string joinNames(const Item& item, LONG type) {
   std::u16string out;
   for (const Recipient& r : item.recipients) {
     const Prop* t = r.props.find(PROP_ID(PR_RECIPIENT_TYPE));
-    if ((t ? t->num : MAPI_TO) != type) continue;
+    if ((t ? t->num() : MAPI_TO) != type) continue;
     const Prop* name = r.props.find(PROP_ID(PR_DISPLAY_NAME));
     if (!out.empty()) out += u"; ";
     if (name) out += textOf(*name);

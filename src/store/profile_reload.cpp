@@ -46,11 +46,16 @@ class IdTranslator {
 
   PropList props(const PropList& fresh) const {
     PropList out;
-    for (Prop p : fresh.all()) {
-      if (p.type() == PT_BINARY) p.bin = id(p.bin);
-      if (p.type() == PT_MV_BINARY)
-        for (Bytes& b : p.bins) b = id(b);
-      out.set(std::move(p));
+    for (const Prop& p : fresh.all()) {
+      if (p.type() == PT_BINARY) {
+        out.set(Prop::ofBinary(p.tag, id(p.bin())));
+      } else if (p.type() == PT_MV_BINARY) {
+        std::vector<Bytes> values = p.bins();
+        for (Bytes& b : values) b = id(b);
+        out.set(Prop::ofMvBinary(p.tag, std::move(values)));
+      } else {
+        out.set(p);
+      }
     }
     return out;
   }

@@ -112,9 +112,12 @@ class Matching {
   }
 
   bool sameProp(const Prop& a, Prop b, size_t s) const {
-    if (b.type() == PT_BINARY) b.bin = id(b.bin, s);
-    if (b.type() == PT_MV_BINARY)
-      for (Bytes& value : b.bins) value = id(value, s);
+    if (b.type() == PT_BINARY) b = Prop::ofBinary(b.tag, id(b.bin(), s));
+    if (b.type() == PT_MV_BINARY) {
+      std::vector<Bytes> values = b.bins();
+      for (Bytes& value : values) value = id(value, s);
+      b = Prop::ofMvBinary(b.tag, std::move(values));
+    }
     return a == b;
   }
 

@@ -322,8 +322,8 @@ TEST_F(ReloadTest, EntryIdsInValuesFollowTheirItems) {
   EXPECT_EQ(events(), (Events{{"inbox", {"added Fresh"}}}));
   const Bytes m2 = profile_->entryId(profile_->byKey("m2"));
   auto r1 = profile_->itemCopy(profile_->byKey("r1"));
-  EXPECT_EQ(r1->props.find(PROP_ID(PR_SENDER_ENTRYID))->bin, m2);
-  EXPECT_EQ(r1->props.find(PROP_ID(PR_SENT_REPRESENTING_ENTRYID))->bin,
+  EXPECT_EQ(r1->props.find(PROP_ID(PR_SENDER_ENTRYID))->bin(), m2);
+  EXPECT_EQ(r1->props.find(PROP_ID(PR_SENT_REPRESENTING_ENTRYID))->bin(),
             profile_->shortTermEntryId(profile_->byKey("m2")));
   expectLiveIs(text);
 
@@ -345,8 +345,9 @@ TEST_F(ReloadTest, EntryIdsInValuesFollowTheirItems) {
   EXPECT_EQ(events(), (Events{{"inbox", {"deleted"}},
                               {"reports", {"added apples", "modified About apples"}}}));
   EXPECT_NE(profile_->entryId(profile_->byKey("m2")), m2);
-  EXPECT_EQ(profile_->itemCopy(profile_->byKey("r1"))->props.find(PROP_ID(PR_SENDER_ENTRYID))->bin,
-            profile_->entryId(profile_->byKey("m2")));
+  EXPECT_EQ(
+      profile_->itemCopy(profile_->byKey("r1"))->props.find(PROP_ID(PR_SENDER_ENTRYID))->bin(),
+      profile_->entryId(profile_->byKey("m2")));
   expectLiveIs(moved);
 }
 

@@ -8,105 +8,306 @@
 namespace PIM::store {
 
 // ---- Prop and PropList -----------------------------------------------------
-Prop Prop::ofLong(ULONG tag, int32_t value) {
-  Prop p;
-  p.tag = CHANGE_PROP_TYPE(tag, PT_LONG);
-  p.num = value;
-  return p;
+namespace {
+
+// Strictly valid UTF-8 (no overlong forms, surrogates or values past
+// U+10FFFF) without NULs: such text converts to UTF-16 and back unchanged
+// (fromUtf8 ends text at a NUL).
+bool validUtf8(std::string_view s) {
+  const auto* p = reinterpret_cast<const unsigned char*>(s.data());
+  const size_t n = s.size();
+  size_t i = 0;
+  constexpr uint64_t ones = 0x0101010101010101ull, highs = 0x8080808080808080ull;
+  while (i < n) {
+    // ASCII without NULs, 8 bytes at a time.
+    while (n - i >= 8) {
+      uint64_t x;
+      std::memcpy(&x, p + i, 8);
+      if ((x & highs) || ((x - ones) & ~x & highs)) break;
+      i += 8;
+    }
+    if (i >= n) break;
+    if (p[i] < 0x80) {
+      if (p[i] == 0) return false;
+      ++i;
+      continue;
+    }
+    const unsigned char c = p[i];
+    size_t len = 0;
+    uint32_t cp = 0;
+    if (c >= 0xC2 && c <= 0xDF)
+      len = 2, cp = c & 0x1Fu;
+    else if (c >= 0xE0 && c <= 0xEF)
+      len = 3, cp = c & 0x0Fu;
+    else if (c >= 0xF0 && c <= 0xF4)
+      len = 4, cp = c & 0x07u;
+    else
+      return false;
+    if (n - i < len) return false;
+    for (size_t k = 1; k < len; ++k) {
+      if ((p[i + k] & 0xC0) != 0x80) return false;
+      cp = cp << 6 | (p[i + k] & 0x3Fu);
+    }
+    if (len == 3 && (cp < 0x800 || (cp >= 0xD800 && cp <= 0xDFFF))) return false;
+    if (len == 4 && (cp < 0x10000 || cp > 0x10FFFF)) return false;
+    i += len;
+  }
+  return true;
 }
-Prop Prop::ofBool(ULONG tag, bool value) {
-  Prop p;
-  p.tag = CHANGE_PROP_TYPE(tag, PT_BOOLEAN);
-  p.num = value ? 1 : 0;
-  return p;
+
+// UTF-16 units of valid UTF-8.
+size_t unitsOfUtf8(std::string_view s) {
+  size_t units = 0;
+  for (unsigned char c : s) {
+    if ((c & 0xC0) != 0x80) ++units;
+    if (c >= 0xF0) ++units;
+  }
+  return units;
 }
-Prop Prop::ofI8(ULONG tag, int64_t value) {
-  Prop p;
-  p.tag = CHANGE_PROP_TYPE(tag, PT_I8);
-  p.num = value;
-  return p;
+
+void appendUtf8AsUtf16(std::string_view s, std::u16string& out) {
+  const auto* p = reinterpret_cast<const unsigned char*>(s.data());
+  const size_t n = s.size();
+  out.reserve(out.size() + n);
+  for (size_t i = 0; i < n;) {
+    const unsigned char c = p[i];
+    if (c < 0x80) {
+      out.push_back(c);
+      ++i;
+    } else if (c < 0xE0) {
+      out.push_back(static_cast<char16_t>((c & 0x1Fu) << 6 | (p[i + 1] & 0x3Fu)));
+      i += 2;
+    } else if (c < 0xF0) {
+      out.push_back(
+          static_cast<char16_t>((c & 0x0Fu) << 12 | (p[i + 1] & 0x3Fu) << 6 | (p[i + 2] & 0x3Fu)));
+      i += 3;
+    } else {
+      const uint32_t cp = ((c & 0x07u) << 18 | (p[i + 1] & 0x3Fu) << 12 | (p[i + 2] & 0x3Fu) << 6 |
+                           (p[i + 3] & 0x3Fu)) -
+                          0x10000;
+      out.push_back(static_cast<char16_t>(0xD800 + (cp >> 10)));
+      out.push_back(static_cast<char16_t>(0xDC00 + (cp & 0x3FF)));
+      i += 4;
+    }
+  }
 }
-Prop Prop::ofTime(ULONG tag, uint64_t fileTime) {
-  Prop p;
-  p.tag = CHANGE_PROP_TYPE(tag, PT_SYSTIME);
-  p.num = static_cast<int64_t>(fileTime);
-  return p;
+
+std::u16string utf16Of(std::string_view payload, bool utf8) {
+  std::u16string out;
+  if (utf8) {
+    appendUtf8AsUtf16(payload, out);
+  } else {
+    out.resize(payload.size() / 2);
+    if (!out.empty()) std::memcpy(out.data(), payload.data(), out.size() * 2);
+  }
+  return out;
 }
-Prop Prop::ofText(ULONG tag, std::u16string value) {
-  Prop p;
-  p.tag = CHANGE_PROP_TYPE(tag, PT_UNICODE);
-  p.text = std::move(value);
-  return p;
+
+std::string_view unitsAsBytes(const std::u16string& s) {
+  return std::string_view(reinterpret_cast<const char*>(s.data()), s.size() * 2);
 }
-Prop Prop::ofString8(ULONG tag, std::string value) {
-  Prop p;
-  p.tag = CHANGE_PROP_TYPE(tag, PT_STRING8);
-  p.str = std::move(value);
-  return p;
+
+// Multi-valued strings and binaries: each element as a 4-byte length, then
+// its bytes.
+void appendElement(std::string& out, std::string_view bytes) {
+  const uint32_t n = static_cast<uint32_t>(bytes.size());
+  out.append(reinterpret_cast<const char*>(&n), sizeof n);
+  out.append(bytes);
 }
-Prop Prop::ofBinary(ULONG tag, Bytes value) {
-  Prop p;
-  p.tag = CHANGE_PROP_TYPE(tag, PT_BINARY);
-  p.bin = std::move(value);
-  return p;
+
+template <class F>
+void eachElement(std::string_view data, F f) {
+  size_t at = 0;
+  while (data.size() - at >= 4) {
+    uint32_t n = 0;
+    std::memcpy(&n, data.data() + at, sizeof n);
+    at += 4;
+    f(data.substr(at, n));
+    at += n;
+  }
 }
-Prop Prop::ofError(ULONG propId, SCODE error) {
-  Prop p;
-  p.tag = PROP_TAG(PT_ERROR, propId);
-  p.num = error;
-  return p;
+
+bool numericMv(ULONG type) {
+  switch (type) {
+    case PT_MV_STRING8:
+    case PT_MV_UNICODE:
+    case PT_MV_BINARY:
+    case PT_MV_CLSID:
+      return false;
+    default:
+      return true;
+  }
 }
-Prop Prop::ofMvBinary(ULONG tag, std::vector<Bytes> values) {
+
+}  // namespace
+
+Prop Prop::ofNum(ULONG tag, int64_t value) {
   Prop p;
-  p.tag = CHANGE_PROP_TYPE(tag, PT_MV_BINARY);
-  p.bins = std::move(values);
-  return p;
-}
-Prop Prop::ofMvText(ULONG tag, std::vector<std::u16string> values) {
-  Prop p;
-  p.tag = CHANGE_PROP_TYPE(tag, PT_MV_UNICODE);
-  p.texts = std::move(values);
-  return p;
-}
-Prop Prop::ofI2(ULONG tag, int16_t value) {
-  Prop p;
-  p.tag = CHANGE_PROP_TYPE(tag, PT_I2);
-  p.num = value;
+  p.tag = tag;
+  p.scalar_.num = value;
   return p;
 }
 Prop Prop::ofReal(ULONG tag, double value) {
   Prop p;
   const ULONG type = PROP_TYPE(tag);
   p.tag = type == PT_R4 || type == PT_APPTIME ? tag : CHANGE_PROP_TYPE(tag, PT_DOUBLE);
-  p.real = value;
+  p.scalar_.real = value;
   return p;
 }
+Prop Prop::ofBytes(ULONG tag, std::string value) {
+  Prop p;
+  p.tag = tag;
+  p.data_ = std::move(value);
+  return p;
+}
+Prop Prop::ofLong(ULONG tag, int32_t value) { return ofNum(CHANGE_PROP_TYPE(tag, PT_LONG), value); }
+Prop Prop::ofBool(ULONG tag, bool value) {
+  return ofNum(CHANGE_PROP_TYPE(tag, PT_BOOLEAN), value ? 1 : 0);
+}
+Prop Prop::ofI8(ULONG tag, int64_t value) { return ofNum(CHANGE_PROP_TYPE(tag, PT_I8), value); }
+Prop Prop::ofTime(ULONG tag, uint64_t fileTime) {
+  return ofNum(CHANGE_PROP_TYPE(tag, PT_SYSTIME), static_cast<int64_t>(fileTime));
+}
+Prop Prop::ofText(ULONG tag, std::u16string value) {
+  return ofBytes(CHANGE_PROP_TYPE(tag, PT_UNICODE), std::string(unitsAsBytes(value)));
+}
+Prop Prop::ofUtf8Text(ULONG tag, std::string utf8) {
+  if (!validUtf8(utf8)) return ofText(tag, fromUtf8(utf8));
+  Prop p = ofBytes(CHANGE_PROP_TYPE(tag, PT_UNICODE), std::move(utf8));
+  p.utf8_ = true;
+  return p;
+}
+Prop Prop::ofString8(ULONG tag, std::string value) {
+  return ofBytes(CHANGE_PROP_TYPE(tag, PT_STRING8), std::move(value));
+}
+Prop Prop::ofBinary(ULONG tag, Bytes value) {
+  return ofBytes(CHANGE_PROP_TYPE(tag, PT_BINARY), std::string(value.begin(), value.end()));
+}
+Prop Prop::ofBinary(ULONG tag, std::string_view value) {
+  return ofBytes(CHANGE_PROP_TYPE(tag, PT_BINARY), std::string(value));
+}
+Prop Prop::ofError(ULONG propId, SCODE error) { return ofNum(PROP_TAG(PT_ERROR, propId), error); }
+Prop Prop::ofMvBinary(ULONG tag, std::vector<Bytes> values) {
+  Prop p;
+  p.tag = CHANGE_PROP_TYPE(tag, PT_MV_BINARY);
+  for (const Bytes& b : values)
+    appendElement(p.data_, std::string_view(reinterpret_cast<const char*>(b.data()), b.size()));
+  return p;
+}
+Prop Prop::ofMvText(ULONG tag, std::vector<std::u16string> values) {
+  Prop p;
+  p.tag = CHANGE_PROP_TYPE(tag, PT_MV_UNICODE);
+  for (const std::u16string& t : values) appendElement(p.data_, unitsAsBytes(t));
+  return p;
+}
+Prop Prop::ofI2(ULONG tag, int16_t value) { return ofNum(CHANGE_PROP_TYPE(tag, PT_I2), value); }
 Prop Prop::ofClsid(ULONG tag, Bytes guid) {
-  Prop p;
-  p.tag = CHANGE_PROP_TYPE(tag, PT_CLSID);
-  p.bin = std::move(guid);
-  return p;
+  return ofBytes(CHANGE_PROP_TYPE(tag, PT_CLSID), std::string(guid.begin(), guid.end()));
 }
-Prop Prop::ofMvNum(ULONG tag, std::vector<int64_t> values) {
-  Prop p;
+Prop Prop::ofMvNum(ULONG tag, const std::vector<int64_t>& values) {
   const ULONG type = PROP_TYPE(tag);
-  p.tag = type == PT_MV_I2 || type == PT_MV_I8 || type == PT_MV_SYSTIME
-              ? tag
-              : CHANGE_PROP_TYPE(tag, PT_MV_LONG);
-  p.nums = std::move(values);
-  return p;
-}
-Prop Prop::ofMvString8(ULONG tag, std::vector<std::string> values) {
-  Prop p;
-  p.tag = CHANGE_PROP_TYPE(tag, PT_MV_STRING8);
-  p.strs = std::move(values);
-  return p;
+  return ofMvNums(type == PT_MV_I2 || type == PT_MV_I8 || type == PT_MV_SYSTIME
+                      ? tag
+                      : CHANGE_PROP_TYPE(tag, PT_MV_LONG),
+                  values);
 }
 Prop Prop::ofMvClsid(ULONG tag, std::vector<Bytes> guids) {
-  Prop p;
+  Prop p = ofMvBinary(tag, std::move(guids));
   p.tag = CHANGE_PROP_TYPE(tag, PT_MV_CLSID);
-  p.bins = std::move(guids);
   return p;
+}
+Prop Prop::ofMvNums(ULONG tag, const std::vector<int64_t>& values) {
+  Prop p;
+  p.tag = tag;
+  p.data_.assign(reinterpret_cast<const char*>(values.data()), values.size() * sizeof(int64_t));
+  return p;
+}
+Prop Prop::ofMvString8(ULONG tag, const std::vector<std::string>& values) {
+  Prop p;
+  p.tag = CHANGE_PROP_TYPE(tag, PT_MV_STRING8);
+  for (const std::string& s : values) appendElement(p.data_, s);
+  return p;
+}
+Prop Prop::ofMvUtf8Text(ULONG tag, const std::vector<std::string>& values) {
+  bool valid = true;
+  for (const std::string& s : values) valid = valid && validUtf8(s);
+  Prop p;
+  p.tag = CHANGE_PROP_TYPE(tag, PT_MV_UNICODE);
+  p.utf8_ = valid;
+  for (const std::string& s : values) {
+    if (valid)
+      appendElement(p.data_, s);
+    else
+      appendElement(p.data_, unitsAsBytes(fromUtf8(s)));
+  }
+  return p;
+}
+
+std::u16string Prop::text() const { return utf16Of(data_, utf8_); }
+
+size_t Prop::textUnits() const { return utf8_ ? unitsOfUtf8(data_) : data_.size() / 2; }
+
+size_t Prop::count() const {
+  if (numericMv(type())) return data_.size() / sizeof(int64_t);
+  size_t n = 0;
+  eachElement(data_, [&n](std::string_view) { ++n; });
+  return n;
+}
+std::vector<int64_t> Prop::nums() const {
+  std::vector<int64_t> out;
+  if (!numericMv(type())) return out;
+  out.resize(data_.size() / sizeof(int64_t));
+  if (!out.empty()) std::memcpy(out.data(), data_.data(), out.size() * sizeof(int64_t));
+  return out;
+}
+std::vector<std::u16string> Prop::texts() const {
+  std::vector<std::u16string> out;
+  if (type() != PT_MV_UNICODE) return out;
+  eachElement(data_, [&](std::string_view e) { out.push_back(utf16Of(e, utf8_)); });
+  return out;
+}
+std::vector<std::string> Prop::strs() const {
+  std::vector<std::string> out;
+  if (type() != PT_MV_STRING8) return out;
+  eachElement(data_, [&](std::string_view e) { out.emplace_back(e); });
+  return out;
+}
+std::vector<Bytes> Prop::bins() const {
+  std::vector<Bytes> out;
+  if (type() != PT_MV_BINARY && type() != PT_MV_CLSID) return out;
+  eachElement(data_, [&](std::string_view e) { out.emplace_back(e.begin(), e.end()); });
+  return out;
+}
+Prop Prop::element(size_t i) const {
+  Prop e;
+  e.tag = PROP_TAG(type() & ~MV_FLAG, id());
+  if (numericMv(type())) {
+    if ((i + 1) * sizeof(int64_t) <= data_.size())
+      std::memcpy(&e.scalar_.num, data_.data() + i * sizeof(int64_t), sizeof(int64_t));
+    return e;
+  }
+  e.utf8_ = utf8_;
+  size_t at = 0;
+  eachElement(data_, [&](std::string_view v) {
+    if (at++ == i) e.data_.assign(v);
+  });
+  return e;
+}
+
+bool Prop::operator==(const Prop& other) const {
+  if (tag != other.tag) return false;
+  switch (type()) {
+    case PT_R4:
+    case PT_DOUBLE:
+    case PT_APPTIME:
+      return real() == other.real();
+    case PT_UNICODE:
+      return utf8_ == other.utf8_ ? data_ == other.data_ : text() == other.text();
+    case PT_MV_UNICODE:
+      return utf8_ == other.utf8_ ? data_ == other.data_ : texts() == other.texts();
+    default:
+      return scalar_.num == other.scalar_.num && data_ == other.data_;
+  }
 }
 
 const Prop* PropList::find(ULONG propId) const {
@@ -146,8 +347,8 @@ bool PropName::operator<(const PropName& other) const {
 
 // ---- Text helpers ------------------------------------------------------------
 std::u16string textOf(const Prop& prop) {
-  if (prop.type() == PT_UNICODE) return prop.text;
-  if (prop.type() == PT_STRING8) return fromUtf8(prop.str);
+  if (prop.type() == PT_UNICODE) return prop.text();
+  if (prop.type() == PT_STRING8) return fromUtf8(prop.str());
   return {};
 }
 
@@ -197,30 +398,36 @@ std::u16string stripAccents(const std::u16string& text) {
 }
 
 // ---- Conversions ---------------------------------------------------------------
+std::string utf8Of(const Prop& prop) { return prop.utf8() ? prop.str() : toUtf8(prop.text()); }
+
 bool convertProp(const Prop& prop, ULONG type, Prop& out) {
   const ULONG have = prop.type();
   if (type == PT_UNSPECIFIED || type == have) {
     out = prop;
     return true;
   }
-  out = Prop();
-  out.tag = PROP_TAG(type, prop.id());
+  const ULONG tag = PROP_TAG(type, prop.id());
   if (type == PT_UNICODE && have == PT_STRING8) {
-    out.text = fromUtf8(prop.str);
+    out = Prop::ofText(tag, fromUtf8(prop.str()));
     return true;
   }
   if (type == PT_STRING8 && have == PT_UNICODE) {
-    out.str = toUtf8(prop.text);
+    out = Prop::ofString8(tag, utf8Of(prop));
     return true;
   }
   if (type == PT_MV_UNICODE && have == PT_MV_STRING8) {
-    for (const std::string& s : prop.strs) out.texts.push_back(fromUtf8(s));
+    std::vector<std::u16string> texts;
+    for (const std::string& s : prop.strs()) texts.push_back(fromUtf8(s));
+    out = Prop::ofMvText(tag, std::move(texts));
     return true;
   }
   if (type == PT_MV_STRING8 && have == PT_MV_UNICODE) {
-    for (const std::u16string& s : prop.texts) out.strs.push_back(toUtf8(s));
+    std::vector<std::string> strs;
+    for (size_t i = 0; i < prop.count(); ++i) strs.push_back(utf8Of(prop.element(i)));
+    out = Prop::ofMvString8(tag, strs);
     return true;
   }
+  out = Prop();
   return false;
 }
 
@@ -237,7 +444,7 @@ struct Allocator {
     hr = MAPIAllocateMore(static_cast<ULONG>(sizeof(T) * count), root, &p);
     return FAILED(hr) ? nullptr : static_cast<T*>(p);
   }
-  LPSTR copyString8(const std::string& s) {
+  LPSTR copyString8(std::string_view s) {
     auto* p = alloc<char>(s.size() + 1);
     if (!p) return nullptr;
     std::memcpy(p, s.data(), s.size());
@@ -251,7 +458,7 @@ struct Allocator {
     p[s.size()] = 0;
     return p;
   }
-  bool copyBinary(const Bytes& b, SBinary& out) {
+  bool copyBinary(std::string_view b, SBinary& out) {
     out.cb = static_cast<ULONG>(b.size());
     out.lpb = alloc<BYTE>(b.size());
     if (!out.lpb) return false;
@@ -274,7 +481,7 @@ FILETIME toFileTime(int64_t ticks) {
 }
 
 // A GUID from up to 16 bytes, zero-filled when the fixture gave fewer.
-void copyGuid(const Bytes& from, GUID& to) {
+void copyGuid(std::string_view from, GUID& to) {
   std::memset(&to, 0, sizeof(GUID));
   if (!from.empty()) std::memcpy(&to, from.data(), std::min<size_t>(16, from.size()));
 }
@@ -292,11 +499,10 @@ void copyEach(Allocator& a, const std::vector<Source>& from, ULONG& count, Targe
 size_t longestValue(const Prop& p) {
   switch (p.type()) {
     case PT_UNICODE:
-      return p.text.size() * 2;
+      return p.textUnits() * 2;
     case PT_STRING8:
-      return p.str.size();
     case PT_BINARY:
-      return p.bin.size();
+      return p.bytes().size();
     default:
       return 0;
   }
@@ -314,7 +520,7 @@ HRESULT deliver(const Prop* prop, ULONG requested, void* root, SPropValue& out,
     return S_OK;
   }
   if (prop->type() == PT_ERROR) {
-    setError(out, id, static_cast<SCODE>(prop->num));
+    setError(out, id, static_cast<SCODE>(prop->num()));
     return S_OK;
   }
   if (!options.unicode && (wanted == PT_UNICODE || wanted == PT_MV_UNICODE)) {
@@ -328,92 +534,103 @@ HRESULT deliver(const Prop* prop, ULONG requested, void* root, SPropValue& out,
     if (!options.unicode && target == PT_UNICODE) target = PT_STRING8;
     if (!options.unicode && target == PT_MV_UNICODE) target = PT_MV_STRING8;
   }
-  Prop value;
-  if (!convertProp(*prop, target, value)) {
-    setError(out, id, MAPI_E_NOT_FOUND);
-    return S_OK;
+  // Values already of the wanted type are read in place.
+  Prop converted;
+  const Prop* source = prop;
+  if (target != prop->type()) {
+    if (!convertProp(*prop, target, converted)) {
+      setError(out, id, MAPI_E_NOT_FOUND);
+      return S_OK;
+    }
+    source = &converted;
   }
+  const Prop& value = *source;
   if (options.byteLimit && longestValue(value) > options.byteLimit) {
     setError(out, id, MAPI_E_NOT_ENOUGH_MEMORY);
     return S_OK;
   }
-  if (options.stringLimit) {
-    if (target == PT_UNICODE && value.text.size() > options.stringLimit)
-      value.text.resize(options.stringLimit);
-    if (target == PT_STRING8 && value.str.size() > options.stringLimit)
-      value.str.resize(options.stringLimit);
-  }
+  const size_t cut = options.stringLimit ? options.stringLimit : std::string::npos;
 
   Allocator a{root};
   out.ulPropTag = PROP_TAG(target, id);
   out.dwAlignPad = 0;
   switch (target) {
     case PT_I2:
-      out.Value.i = static_cast<short>(value.num);
+      out.Value.i = static_cast<short>(value.num());
       break;
     case PT_LONG:
-      out.Value.l = static_cast<LONG>(value.num);
+      out.Value.l = static_cast<LONG>(value.num());
       break;
     case PT_BOOLEAN:
-      out.Value.b = value.num ? 1 : 0;
+      out.Value.b = value.num() ? 1 : 0;
       break;
     case PT_R4:
-      out.Value.flt = static_cast<float>(value.real);
+      out.Value.flt = static_cast<float>(value.real());
       break;
     case PT_DOUBLE:
-      out.Value.dbl = value.real;
+      out.Value.dbl = value.real();
       break;
     case PT_APPTIME:
-      out.Value.at = value.real;
+      out.Value.at = value.real();
       break;
     case PT_I8:
-      out.Value.li.QuadPart = value.num;
+      out.Value.li.QuadPart = value.num();
       break;
     case PT_SYSTIME:
-      out.Value.ft = toFileTime(value.num);
+      out.Value.ft = toFileTime(value.num());
       break;
     case PT_STRING8:
-      out.Value.lpszA = a.copyString8(value.str);
+      out.Value.lpszA = a.copyString8(value.bytes().substr(0, cut));
       break;
-    case PT_UNICODE:
-      out.Value.lpszW = a.copyText(value.text);
+    case PT_UNICODE: {
+      std::u16string text = value.text();
+      if (text.size() > cut) text.resize(cut);
+      out.Value.lpszW = a.copyText(text);
       break;
+    }
     case PT_BINARY:
-      a.copyBinary(value.bin, out.Value.bin);
+      a.copyBinary(value.bytes(), out.Value.bin);
       break;
     case PT_CLSID:
-      if ((out.Value.lpguid = a.alloc<GUID>(1))) copyGuid(value.bin, *out.Value.lpguid);
+      if ((out.Value.lpguid = a.alloc<GUID>(1))) copyGuid(value.bytes(), *out.Value.lpguid);
       break;
     case PT_MV_I2:
-      copyEach(a, value.nums, out.Value.MVi.cValues, out.Value.MVi.lpi,
+      copyEach(a, value.nums(), out.Value.MVi.cValues, out.Value.MVi.lpi,
                [](int64_t n, SHORT& to) { to = static_cast<SHORT>(n); });
       break;
     case PT_MV_LONG:
-      copyEach(a, value.nums, out.Value.MVl.cValues, out.Value.MVl.lpl,
+      copyEach(a, value.nums(), out.Value.MVl.cValues, out.Value.MVl.lpl,
                [](int64_t n, LONG& to) { to = static_cast<LONG>(n); });
       break;
     case PT_MV_I8:
-      copyEach(a, value.nums, out.Value.MVli.cValues, out.Value.MVli.lpli,
+      copyEach(a, value.nums(), out.Value.MVli.cValues, out.Value.MVli.lpli,
                [](int64_t n, LARGE_INTEGER& to) { to.QuadPart = n; });
       break;
     case PT_MV_SYSTIME:
-      copyEach(a, value.nums, out.Value.MVft.cValues, out.Value.MVft.lpft,
+      copyEach(a, value.nums(), out.Value.MVft.cValues, out.Value.MVft.lpft,
                [](int64_t n, FILETIME& to) { to = toFileTime(n); });
       break;
     case PT_MV_STRING8:
-      copyEach(a, value.strs, out.Value.MVszA.cValues, out.Value.MVszA.lppszA,
+      copyEach(a, value.strs(), out.Value.MVszA.cValues, out.Value.MVszA.lppszA,
                [&a](const std::string& from, LPSTR& to) { to = a.copyString8(from); });
       break;
     case PT_MV_UNICODE:
-      copyEach(a, value.texts, out.Value.MVszW.cValues, out.Value.MVszW.lppszW,
+      copyEach(a, value.texts(), out.Value.MVszW.cValues, out.Value.MVszW.lppszW,
                [&a](const std::u16string& from, LPWSTR& to) { to = a.copyText(from); });
       break;
     case PT_MV_CLSID:
-      copyEach(a, value.bins, out.Value.MVguid.cValues, out.Value.MVguid.lpguid, copyGuid);
+      copyEach(a, value.bins(), out.Value.MVguid.cValues, out.Value.MVguid.lpguid,
+               [](const Bytes& from, GUID& to) {
+                 copyGuid(std::string_view(reinterpret_cast<const char*>(from.data()), from.size()),
+                          to);
+               });
       break;
     case PT_MV_BINARY:
-      copyEach(a, value.bins, out.Value.MVbin.cValues, out.Value.MVbin.lpbin,
-               [&a](const Bytes& from, SBinary& to) { a.copyBinary(from, to); });
+      copyEach(a, value.bins(), out.Value.MVbin.cValues, out.Value.MVbin.lpbin,
+               [&a](const Bytes& from, SBinary& to) {
+                 a.copyBinary(
+                     std::string_view(reinterpret_cast<const char*>(from.data()), from.size()), to);
+               });
       break;
     case PT_OBJECT:
       out.Value.x = 0;
@@ -428,89 +645,81 @@ HRESULT deliver(const Prop* prop, ULONG requested, void* root, SPropValue& out,
 }
 
 Prop fromMapi(const SPropValue& v) {
-  Prop p;
-  p.tag = v.ulPropTag;
+  const ULONG tag = v.ulPropTag;
   auto ticks = [](const FILETIME& ft) {
     return static_cast<int64_t>((static_cast<uint64_t>(ft.dwHighDateTime) << 32) |
                                 ft.dwLowDateTime);
   };
   auto text = [](LPCWSTR s) { return s ? std::u16string(asU16(s)) : std::u16string(); };
   auto bytes = [](const SBinary& b) { return b.lpb ? Bytes(b.lpb, b.lpb + b.cb) : Bytes(); };
-  switch (PROP_TYPE(v.ulPropTag)) {
+  std::vector<int64_t> nums;
+  switch (PROP_TYPE(tag)) {
     case PT_I2:
-      p.num = v.Value.i;
-      break;
+      return Prop::ofNum(tag, v.Value.i);
     case PT_LONG:
-      p.num = v.Value.l;
-      break;
+      return Prop::ofNum(tag, v.Value.l);
     case PT_BOOLEAN:
-      p.num = v.Value.b ? 1 : 0;
-      break;
+      return Prop::ofNum(tag, v.Value.b ? 1 : 0);
     case PT_ERROR:
-      p.num = v.Value.err;
-      break;
+      return Prop::ofNum(tag, v.Value.err);
     case PT_R4:
-      p.real = v.Value.flt;
-      break;
+      return Prop::ofReal(tag, v.Value.flt);
     case PT_DOUBLE:
-      p.real = v.Value.dbl;
-      break;
+      return Prop::ofReal(tag, v.Value.dbl);
     case PT_APPTIME:
-      p.real = v.Value.at;
-      break;
+      return Prop::ofReal(tag, v.Value.at);
     case PT_I8:
-      p.num = v.Value.li.QuadPart;
-      break;
+      return Prop::ofNum(tag, v.Value.li.QuadPart);
     case PT_SYSTIME:
-      p.num = ticks(v.Value.ft);
-      break;
+      return Prop::ofNum(tag, ticks(v.Value.ft));
     case PT_STRING8:
-      p.str = v.Value.lpszA ? v.Value.lpszA : "";
-      break;
+      return Prop::ofString8(tag, v.Value.lpszA ? v.Value.lpszA : "");
     case PT_UNICODE:
-      p.text = text(v.Value.lpszW);
-      break;
+      return Prop::ofText(tag, text(v.Value.lpszW));
     case PT_BINARY:
-      p.bin = bytes(v.Value.bin);
-      break;
-    case PT_CLSID:
-      if (v.Value.lpguid) {
-        const auto* g = reinterpret_cast<const uint8_t*>(v.Value.lpguid);
-        p.bin.assign(g, g + sizeof(GUID));
-      }
-      break;
+      return Prop::ofBinary(tag, bytes(v.Value.bin));
+    case PT_CLSID: {
+      std::string g;
+      if (v.Value.lpguid) g.assign(reinterpret_cast<const char*>(v.Value.lpguid), sizeof(GUID));
+      return Prop::ofBytes(tag, std::move(g));
+    }
     case PT_MV_I2:
       for (ULONG i = 0; v.Value.MVi.lpi && i < v.Value.MVi.cValues; ++i)
-        p.nums.push_back(v.Value.MVi.lpi[i]);
-      break;
+        nums.push_back(v.Value.MVi.lpi[i]);
+      return Prop::ofMvNums(tag, nums);
     case PT_MV_LONG:
       for (ULONG i = 0; v.Value.MVl.lpl && i < v.Value.MVl.cValues; ++i)
-        p.nums.push_back(v.Value.MVl.lpl[i]);
-      break;
+        nums.push_back(v.Value.MVl.lpl[i]);
+      return Prop::ofMvNums(tag, nums);
     case PT_MV_I8:
       for (ULONG i = 0; v.Value.MVli.lpli && i < v.Value.MVli.cValues; ++i)
-        p.nums.push_back(v.Value.MVli.lpli[i].QuadPart);
-      break;
+        nums.push_back(v.Value.MVli.lpli[i].QuadPart);
+      return Prop::ofMvNums(tag, nums);
     case PT_MV_SYSTIME:
       for (ULONG i = 0; v.Value.MVft.lpft && i < v.Value.MVft.cValues; ++i)
-        p.nums.push_back(ticks(v.Value.MVft.lpft[i]));
-      break;
-    case PT_MV_STRING8:
+        nums.push_back(ticks(v.Value.MVft.lpft[i]));
+      return Prop::ofMvNums(tag, nums);
+    case PT_MV_STRING8: {
+      std::vector<std::string> strs;
       for (ULONG i = 0; v.Value.MVszA.lppszA && i < v.Value.MVszA.cValues; ++i)
-        p.strs.push_back(v.Value.MVszA.lppszA[i] ? v.Value.MVszA.lppszA[i] : "");
-      break;
-    case PT_MV_UNICODE:
+        strs.push_back(v.Value.MVszA.lppszA[i] ? v.Value.MVszA.lppszA[i] : "");
+      return Prop::ofMvString8(tag, strs);
+    }
+    case PT_MV_UNICODE: {
+      std::vector<std::u16string> texts;
       for (ULONG i = 0; v.Value.MVszW.lppszW && i < v.Value.MVszW.cValues; ++i)
-        p.texts.push_back(text(v.Value.MVszW.lppszW[i]));
-      break;
-    case PT_MV_BINARY:
+        texts.push_back(text(v.Value.MVszW.lppszW[i]));
+      return Prop::ofMvText(tag, std::move(texts));
+    }
+    case PT_MV_BINARY: {
+      std::vector<Bytes> bins;
       for (ULONG i = 0; v.Value.MVbin.lpbin && i < v.Value.MVbin.cValues; ++i)
-        p.bins.push_back(bytes(v.Value.MVbin.lpbin[i]));
-      break;
+        bins.push_back(bytes(v.Value.MVbin.lpbin[i]));
+      return Prop::ofMvBinary(tag, std::move(bins));
+    }
     default:
-      break;
+      return Prop::ofNum(tag, 0);
   }
-  return p;
 }
 
 // ---- Comparison --------------------------------------------------------------
@@ -546,50 +755,13 @@ int order(const T& a, const T& b) {
   return a < b ? -1 : (b < a ? 1 : 0);
 }
 
-int compareBytes(const Bytes& a, const Bytes& b) {
+int compareBytes(std::string_view a, std::string_view b) {
   const size_t n = std::min(a.size(), b.size());
   if (n) {
     int c = std::memcmp(a.data(), b.data(), n);
     if (c != 0) return c < 0 ? -1 : 1;
   }
   return order(a.size(), b.size());
-}
-
-// Element i of a value (single-valued: the value itself) as a one-element Prop.
-Prop element(const Prop& p, size_t i) {
-  Prop e;
-  const ULONG base = p.type() & ~MV_FLAG;
-  e.tag = PROP_TAG(base, p.id());
-  switch (base) {
-    case PT_UNICODE:
-      e.text = p.texts[i];
-      break;
-    case PT_STRING8:
-      e.str = p.strs[i];
-      break;
-    case PT_BINARY:
-    case PT_CLSID:
-      e.bin = p.bins[i];
-      break;
-    default:
-      e.num = p.nums[i];
-      break;
-  }
-  return e;
-}
-
-size_t countOf(const Prop& p) {
-  switch (p.type()) {
-    case PT_MV_UNICODE:
-      return p.texts.size();
-    case PT_MV_STRING8:
-      return p.strs.size();
-    case PT_MV_BINARY:
-    case PT_MV_CLSID:
-      return p.bins.size();
-    default:
-      return p.nums.size();
-  }
 }
 
 }  // namespace
@@ -600,9 +772,9 @@ bool compareProps(const Prop& a, const Prop& b, int& result) {
   const bool mva = (a.type() & MV_FLAG) != 0, mvb = (b.type() & MV_FLAG) != 0;
   if (mva != mvb) return false;
   if (mva) {
-    const size_t na = countOf(a), nb = countOf(b);
+    const size_t na = a.count(), nb = b.count();
     for (size_t i = 0; i < na && i < nb; ++i) {
-      if (!compareProps(element(a, i), element(b, i), result)) return false;
+      if (!compareProps(a.element(i), b.element(i), result)) return false;
       if (result != 0) return true;
     }
     result = order(na, nb);
@@ -611,16 +783,16 @@ bool compareProps(const Prop& a, const Prop& b, int& result) {
   switch (ka) {
     case Kind::Number:
       // File times are unsigned; every stored number fits in 63 bits.
-      result = order(a.num, b.num);
+      result = order(a.num(), b.num());
       return true;
     case Kind::Real:
-      result = order(a.real, b.real);
+      result = order(a.real(), b.real());
       return true;
     case Kind::Text:
       result = order(foldCase(textOf(a)), foldCase(textOf(b)));
       return true;
     case Kind::Bytes:
-      result = compareBytes(a.bin, b.bin);
+      result = compareBytes(a.bytes(), b.bytes());
       return true;
     default:
       return false;
@@ -646,11 +818,11 @@ ULONG propSize(const Prop& p) {
       case PT_CLSID:
         return 16;
       case PT_STRING8:
-        return static_cast<ULONG>(e.str.size() + 1);
+        return static_cast<ULONG>(e.bytes().size() + 1);
       case PT_UNICODE:
-        return static_cast<ULONG>((e.text.size() + 1) * 2);
+        return static_cast<ULONG>((e.textUnits() + 1) * 2);
       case PT_BINARY:
-        return static_cast<ULONG>(e.bin.size());
+        return static_cast<ULONG>(e.bytes().size());
       default:
         return 0;
     }
@@ -658,7 +830,8 @@ ULONG propSize(const Prop& p) {
   if (!(p.type() & MV_FLAG)) return one(p.type(), p);
   ULONG total = 0;
   const ULONG base = p.type() & ~MV_FLAG;
-  for (size_t i = 0; i < countOf(p); ++i) total += one(base, element(p, i));
+  const size_t n = p.count();
+  for (size_t i = 0; i < n; ++i) total += one(base, p.element(i));
   return total;
 }
 

@@ -35,6 +35,8 @@ bool convertProp(const Prop& prop, ULONG type, Prop& out);
 
 // Text of a string value (PT_UNICODE, or PT_STRING8 read as UTF-8).
 std::u16string textOf(const Prop& prop);
+// A PT_UNICODE value's text as UTF-8 (as toUtf8 would give it).
+std::string utf8Of(const Prop& prop);
 
 // Case folding and accent stripping used by string comparisons.
 std::u16string foldCase(const std::u16string& text);

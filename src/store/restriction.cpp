@@ -117,17 +117,8 @@ const Prop* present(const RowAccess& row, ULONG tag) {
 std::vector<Prop> singles(const Prop& p) {
   if (!(p.type() & MV_FLAG)) return {p};
   std::vector<Prop> out;
-  const ULONG base = p.type() & ~MV_FLAG;
-  auto add = [&](auto fill) {
-    Prop e;
-    e.tag = PROP_TAG(base, p.id());
-    fill(e);
-    out.push_back(std::move(e));
-  };
-  for (const auto& t : p.texts) add([&](Prop& e) { e.text = t; });
-  for (const auto& s : p.strs) add([&](Prop& e) { e.str = s; });
-  for (const auto& b : p.bins) add([&](Prop& e) { e.bin = b; });
-  for (int64_t n : p.nums) add([&](Prop& e) { e.num = n; });
+  const size_t n = p.count();
+  for (size_t i = 0; i < n; ++i) out.push_back(p.element(i));
   return out;
 }
 
@@ -178,7 +169,7 @@ bool contentMatches(const Restriction& r, const Prop& have) {
       if (containsBy(fuzzyText(textOf(one), r.relop), fuzzyText(textOf(r.value), r.relop), how))
         return true;
     } else if (type == PT_BINARY && needleType == PT_BINARY) {
-      if (containsBy(one.bin, r.value.bin, how)) return true;
+      if (containsBy(one.bytes(), r.value.bytes(), how)) return true;
     }
   }
   return false;
@@ -215,7 +206,7 @@ bool evaluate(const Restriction& r, const RowAccess& row) {
     case RES_BITMASK: {
       const Prop* have = present(row, r.tag);
       if (!have || (have->type() != PT_LONG && have->type() != PT_I2)) return false;
-      const bool zero = (static_cast<uint32_t>(have->num) & r.number) == 0;
+      const bool zero = (static_cast<uint32_t>(have->num()) & r.number) == 0;
       return r.relop == BMR_EQZ ? zero : !zero;
     }
     case RES_SIZE: {

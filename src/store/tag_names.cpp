@@ -2,6 +2,8 @@
 #include "store/tag_names.h"
 
 #include <cstring>
+#include <string_view>
+#include <unordered_map>
 
 namespace PIM::store {
 namespace {
@@ -226,21 +228,28 @@ const ErrorName kErrors[] = {
 }  // namespace
 
 bool tagByName(const std::string& name, ULONG& tag) {
-  for (const TagName& t : kTags)
-    if (name == t.name) {
-      tag = t.tag;
-      return true;
-    }
-  return false;
+  // Fixtures name a tag for every value: a hashed lookup, made once.
+  static const std::unordered_map<std::string_view, ULONG> byName = [] {
+    std::unordered_map<std::string_view, ULONG> m;
+    for (const TagName& t : kTags) m.emplace(t.name, t.tag);
+    return m;
+  }();
+  const auto it = byName.find(name);
+  if (it == byName.end()) return false;
+  tag = it->second;
+  return true;
 }
 
 bool typeByName(const std::string& name, ULONG& type) {
-  for (const TypeName& t : kTypes)
-    if (name == t.name) {
-      type = t.type;
-      return true;
-    }
-  return false;
+  static const std::unordered_map<std::string_view, ULONG> byName = [] {
+    std::unordered_map<std::string_view, ULONG> m;
+    for (const TypeName& t : kTypes) m.emplace(t.name, t.type);
+    return m;
+  }();
+  const auto it = byName.find(name);
+  if (it == byName.end()) return false;
+  type = it->second;
+  return true;
 }
 
 const char* typeName(ULONG type) {
