@@ -43,9 +43,11 @@ mkdir -p "$build" || exit 1
 cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DFERRANT_TESTS=OFF \
   >"$build.configure.log" 2>&1 || { cat "$build.configure.log" >&2; exit 1; }
 ninja -C "$build" -j "$(nproc)" ferrant ferrant-fixture-gen ferrant-reload-time >&2 || exit 1
-ferrant=$root/$build/src/app/ferrant
-gen=$root/$build/src/store/ferrant-fixture-gen
-reload=$root/$build/src/store/ferrant-reload-time
+# BENCH_BUILD may be given relative to the repository or absolute.
+[[ $build = /* ]] || build=$root/$build
+ferrant=$build/src/app/ferrant
+gen=$build/src/store/ferrant-fixture-gen
+reload=$build/src/store/ferrant-reload-time
 
 if [ -n "${BENCH_WORK:-}" ]; then
   work=$BENCH_WORK
