@@ -1,3 +1,5 @@
+// First: its MAPI headers define WINAPI, which keeps libpff.h from asking
+// for libbfio's headers, which Debian does not ship.
 #include "store/pst/pst_store.h"
 
 #include <libpff.h>
