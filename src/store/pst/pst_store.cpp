@@ -6,6 +6,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <map>
@@ -216,6 +217,15 @@ class Loader {
         1)
       fail("cannot be read as an Outlook data file (damaged, truncated or not one)", error);
     file_.opened();
+    // libpff reads what it needs and may not notice a file cut short.
+    size64_t expected = 0;
+    std::error_code sizeError;
+    const uintmax_t actual = std::filesystem::file_size(nativePath(path_), sizeError);
+    if (libpff_file_get_size(file_.get(), &expected, nullptr) == 1 && !sizeError &&
+        actual < expected)
+      fail("is truncated: " + std::to_string(actual) + " of its " + std::to_string(expected) +
+               " bytes are there",
+           nullptr);
     uint8_t encryption = 0;
     if (libpff_file_get_encryption_type(file_.get(), &encryption, error.put()) != 1)
       fail("cannot be read as an Outlook data file", error);
@@ -256,7 +266,7 @@ class Loader {
 
  private:
   [[noreturn]] void fail(const std::string& what, const ErrorOwner& error) {
-    fail(what + ": " + error.text(), nullptr);
+    fail(error.e ? what + ": " + error.text() : what + " (damaged or truncated)", nullptr);
   }
   [[noreturn]] void fail(const std::string& what, std::nullptr_t) {
     throw PstError(name_ + ": " + what);
