@@ -417,10 +417,9 @@ std::optional<uint64_t> storeRunKey(const std::u16string& storePath, uint64_t st
       (settingsExist ? std::to_string(settingsSize) + " " + std::to_string(settingsTime)
                      : std::string("none")) +
       "\n" + (allFolders ? "all folders" : "chosen folders") + "\n";
-  uint64_t key = 0;
-  for (uint32_t type : {kFolderCalendar, kFolderContacts, kFolderEmail, kFolderTasks})
-    key = mixFingerprint(key ^ settingsFingerprint(type, day), text);
-  return key;
+  // The settings' values are the settings file's: not read here, where the
+  // store that their default folders come from is not loaded.
+  return mixFingerprint(environmentFingerprint(day), text);
 }
 
 // The options of a capture run.

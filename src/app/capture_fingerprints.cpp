@@ -265,20 +265,25 @@ std::optional<uint64_t> contentFingerprint(IMAPIFolder* folder) {
   }
 }
 
-uint64_t settingsFingerprint(uint32_t folderType, const SystemTime& day) {
-  const Preferences& prefs = Preferences::instance();
+uint64_t environmentFingerprint(const SystemTime& day) {
   Hash hash;
   hash.add(std::string_view(FERRANT_APP_VERSION));
   hash.add(kOutputFormat);
-  hash.add(folderType);
-  // Only the calendar's window depends on the day.
-  if (folderType == kFolderCalendar)
-    hash.add((uint64_t{day.year} << 16) | (uint64_t{day.month} << 8) | day.day);
+  hash.add((uint64_t{day.year} << 16) | (uint64_t{day.month} << 8) | day.day);
   const TimeZoneInfo zone = env()->timeZone();
   for (int32_t value : {zone.bias, zone.standardBias, zone.daylightBias})
     hash.add(static_cast<uint64_t>(static_cast<uint32_t>(value)));
   hash.add(static_cast<uint64_t>(zone.state));
   hash.add(env()->userUiLanguage());
+  return hash.value();
+}
+
+uint64_t settingsFingerprint(uint32_t folderType, const SystemTime& day) {
+  const Preferences& prefs = Preferences::instance();
+  Hash hash;
+  // Only the calendar's window depends on the day.
+  hash.add(environmentFingerprint(folderType == kFolderCalendar ? day : SystemTime()));
+  hash.add(folderType);
   const auto values = [&](std::initializer_list<uint64_t> settings) {
     for (uint64_t value : settings) hash.add(value);
   };

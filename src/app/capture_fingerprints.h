@@ -72,6 +72,11 @@ bool fileStamp(const std::u16string& path, uint64_t& size, int64_t& time);
 // changes could then go unseen.
 std::optional<uint64_t> contentFingerprint(IMAPIFolder* folder);
 
+// What every file depends on besides the store and the settings: the
+// program's version and output format, the day (the calendar's window), the
+// time zone and the language.
+uint64_t environmentFingerprint(const SystemTime& day);
+
 // The settings of a kind (FolderType) that its files depend on, with the day
 // the calendar's window is counted from, the time zone and the language.
 uint64_t settingsFingerprint(uint32_t folderType, const SystemTime& day);

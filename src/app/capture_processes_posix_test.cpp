@@ -90,6 +90,8 @@ TEST_F(CaptureProcessesTest, AnUntouchedStoreIsNotEvenLoadedAndAnyChangeIsSeen) 
   ferrant("prefs --store " + quoted(root() + "/box.json") + " set tasks.captureBody off");
   EXPECT_NE(capture().find("Folders: 1 folder captured, 2 unchanged\n"), std::string::npos);
   EXPECT_EQ(runsLogged(), runs + 2);
+  EXPECT_EQ(capture(), unchanged);
+  EXPECT_EQ(runsLogged(), runs + 2) << "the new settings left alone in turn";
 
   // A data file deleted meanwhile is not overlooked.
   const auto before = dataFiles();
