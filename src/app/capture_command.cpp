@@ -7,6 +7,7 @@
 #include <map>
 #include <optional>
 #include <ostream>
+#include <sstream>
 #include <string>
 #include <thread>
 
@@ -332,7 +333,7 @@ class UnchangedFolders {
     if (!hash) return false;
     current_[fingerprintKey(type, folder.getFolder())] = *hash;
     const std::string id = toUtf8(folder.getFolder().folderId.toWstring());
-    for (const FolderFingerprint& old : previous_) {
+    for (const FolderFingerprint& old : previous_.folders) {
       if (old.type != type || old.folderId != id) continue;
       if (old.hash != *hash || old.fileName != folder.getFileName()) return false;
       if (old.fileName.empty()) return true;
@@ -346,9 +347,11 @@ class UnchangedFolders {
   }
 
   // The fingerprints of the folders whose files are now as the run left
-  // them; written only when the index was.
-  bool write(const DataCapture::RunSummary& summary) const {
-    std::vector<FolderFingerprint> folders;
+  // them, and `run` when every folder is among them; written only when the
+  // index was.
+  bool write(const DataCapture::RunSummary& summary, std::optional<uint64_t> run) const {
+    Fingerprints fingerprints;
+    std::vector<FolderFingerprint>& folders = fingerprints.folders;
     for (const DataCapture::RunSummary::Folder& folder : summary.folders) {
       if (FAILED(folder.result) || folder.fileFailed) continue;
       const auto hash = current_.find(fingerprintKey(folder.indexType, folder.folder));
@@ -363,13 +366,14 @@ class UnchangedFolders {
         continue;
       folders.push_back(std::move(entry));
     }
-    return writeFingerprints(dataFolder_, folders);
+    if (folders.size() == summary.folders.size() && !summary.cancelled) fingerprints.run = run;
+    return writeFingerprints(dataFolder_, fingerprints);
   }
 
  private:
   const std::u16string dataFolder_;
   const SystemTime day_;
-  std::vector<FolderFingerprint> previous_;
+  Fingerprints previous_;
   std::map<std::string, uint64_t> current_;
 };
 
@@ -396,25 +400,54 @@ std::vector<std::string> writtenFolders(const DataCapture::RunSummary& summary,
   return lines;
 }
 
-}  // namespace
+// What a whole capture depends on besides the store's content: the store
+// file as it was before it was loaded, the settings file, the options and
+// what the calendar's window and every file's text depend on. None where
+// the settings are not a file that every change replaces (the registry).
+std::optional<uint64_t> storeRunKey(const std::u16string& storePath, uint64_t storeSize,
+                                    int64_t storeTime, bool allFolders, const SystemTime& day) {
+  const SettingsFollower settings;
+  if (settings.path().empty()) return std::nullopt;
+  uint64_t settingsSize = 0;
+  int64_t settingsTime = 0;
+  const bool settingsExist = fileStamp(fromUtf8(settings.path()), settingsSize, settingsTime);
+  std::string text =
+      toUtf8(storePath) + "\n" + std::to_string(storeSize) + " " + std::to_string(storeTime) +
+      "\n" + settings.path() + "\n" +
+      (settingsExist ? std::to_string(settingsSize) + " " + std::to_string(settingsTime)
+                     : std::string("none")) +
+      "\n" + (allFolders ? "all folders" : "chosen folders") + "\n";
+  // The settings' values are the settings file's: not read here, where the
+  // store that their default folders come from is not loaded.
+  return mixFingerprint(environmentFingerprint(day), text);
+}
 
-int runCapture(int argc, char** argv, StoreSession& /*session*/, const Console& console) {
-  PIM_ENTRY("ferrant::runCapture");
-  DataFolderOptions options;
+// The options of a capture run.
+struct CaptureOptions {
+  DataFolderOptions dataFolder;
   bool full = false;
   bool allFolders = false;
   std::optional<SystemTime> asOf;
+};
+
+}  // namespace
+
+namespace {
+
+// -1 when the run is to go on with `options`; otherwise the exit status,
+// with what was asked for (help) or what was wrong written to `console`.
+int parseCaptureOptions(int argc, char** argv, const Console& console, CaptureOptions& options) {
   for (int i = 0; i < argc; ++i) {
     const std::string arg = argv[i];
     if (isHelp(argv[i])) {
       showUsage(kCaptureUsage, console);
       return kExitOk;
     }
-    if (takeDataFolderOption(argv[i], options)) continue;
+    if (takeDataFolderOption(argv[i], options.dataFolder)) continue;
     if (arg == "--full") {
-      full = true;
+      options.full = true;
     } else if (arg == "--all-folders") {
-      allFolders = true;
+      options.allFolders = true;
     } else if (arg == "--as-of" || arg.rfind("--as-of=", 0) == 0) {
       if (arg == "--as-of" && i + 1 >= argc) {
         console.err << "ferrant capture: --as-of needs a day (YYYY-MM-DD)\n";
@@ -428,13 +461,99 @@ int runCapture(int argc, char** argv, StoreSession& /*session*/, const Console& 
                     << value << "'\n";
         return kExitUsage;
       }
-      asOf = day;
+      options.asOf = day;
     } else {
       console.err << "ferrant capture: unexpected argument '" << argv[i]
                   << "' (see ferrant capture --help)\n";
       return kExitUsage;
     }
   }
+  return -1;
+}
+
+// The day the calendar's window is counted from in a run with `options`.
+SystemTime windowDayFor(const CaptureOptions& options) {
+  const WindowDayScope scope(options.asOf);
+  return CalendarEntry::windowDay();
+}
+
+// The summary of a run that found every folder as the last one left it.
+void reportNothingChanged(size_t folders, const std::u16string& dataFolder,
+                          const Console& console) {
+  console.out << "Folders: 0 folders captured, " << folders << " unchanged\n"
+              << "Items:   0 appointments, 0 contacts, 0 e-mails, 0 tasks\n"
+              << "Files:   0 files written, 0 deleted, 0.0 s\n"
+              << "Index:   " << toUtf8(dataFolder + kPathSeparator + kDataDirectoryName) << "\n"
+              << std::flush;
+}
+
+}  // namespace
+
+int captureIfStoreChanged(int argc, char** argv, const std::u16string& storePath,
+                          const Console& console) {
+  PIM_ENTRY("ferrant::captureIfStoreChanged");
+  std::ostringstream ignored;
+  const Console quiet{ignored, ignored, false, console.interrupted, console.poll};
+  CaptureOptions options;
+  if (parseCaptureOptions(argc, argv, quiet, options) != -1 || options.full) return -1;
+  const std::u16string dataFolder = getDataFolder();
+  if (dataFolder.empty() || inspectDataFolder(dataFolder) != DataFolderState::Usable) return -1;
+  Fingerprints previous;
+  std::string error;
+  if (!readFingerprints(dataFolder, previous, error) || !previous.run) return -1;
+  uint64_t size = 0;
+  int64_t time = 0;
+  if (!fileStamp(storePath, size, time)) return -1;
+  // Whoever writes the folder meanwhile is waited for, and looked at after.
+  DataFolderLock lock(dataFolder);
+  if (const int status = lockDataFolder("capture", options.dataFolder, console, dataFolder, lock))
+    return status;
+  if (!readFingerprints(dataFolder, previous, error) || !previous.run ||
+      storeRunKey(storePath, size, time, options.allFolders, windowDayFor(options)) != previous.run)
+    return -1;
+  // Every file as the run left it, the index naming just those, and no
+  // other file that a run would delete.
+  std::vector<DataDirectoryEntry> entries;
+  if (!readDataDirectory(dataFolder, entries, error) ||
+      !fileExists(dataFolder + kPathSeparator + kDataDirectoryName))
+    return -1;
+  std::vector<std::u16string> files;
+  for (const FolderFingerprint& folder : previous.folders) {
+    if (folder.fileName.empty()) continue;
+    uint64_t fileSize = 0;
+    int64_t fileTime = 0;
+    if (!fileStamp(dataFolder + kPathSeparator + folder.fileName, fileSize, fileTime) ||
+        fileSize != folder.fileSize || fileTime != folder.fileTime)
+      return -1;
+    files.push_back(folder.fileName);
+  }
+  if (entries.size() != files.size()) return -1;
+  for (size_t i = 0; i < entries.size(); ++i)
+    if (entries[i].name != files[i]) return -1;
+  std::vector<FolderEntry> present;
+  if (!env()->listFolder(dataFolder, present)) return -1;
+  for (const FolderEntry& entry : present) {
+    if ((entry.attributes & (kFileAttributeReadOnly | kFileAttributeDirectory)) != 0) continue;
+    if (entry.name.size() < 4 || entry.name == kDataDirectoryName) continue;
+    std::u16string suffix = entry.name.substr(entry.name.size() - 4);
+    for (char16_t& c : suffix)
+      if (c >= u'A' && c <= u'Z') c = static_cast<char16_t>(c - u'A' + u'a');
+    if (suffix == u".xml" && std::find(files.begin(), files.end(), entry.name) == files.end())
+      return -1;
+  }
+  reportNothingChanged(previous.folders.size(), dataFolder, console);
+  return kExitOk;
+}
+
+int runCapture(int argc, char** argv, StoreSession& session, const Console& console) {
+  PIM_ENTRY("ferrant::runCapture");
+  CaptureOptions captureOptions;
+  if (const int status = parseCaptureOptions(argc, argv, console, captureOptions); status != -1)
+    return status;
+  const DataFolderOptions& options = captureOptions.dataFolder;
+  const bool full = captureOptions.full;
+  const bool allFolders = captureOptions.allFolders;
+  const std::optional<SystemTime>& asOf = captureOptions.asOf;
   Preferences& prefs = Preferences::instance();
   prefs.read();  // a prefs set running meanwhile must not be undone
   std::vector<StoreFolder> storeFolders;
@@ -491,7 +610,13 @@ int runCapture(int argc, char** argv, StoreSession& /*session*/, const Console& 
   line.clear();
   const DataCapture::RunSummary summary = capture->lastRunSummary();
   DataCapture::freeInstance();
-  if (summary.indexWritten && !unchanged.write(summary)) {
+  std::optional<uint64_t> runKey;
+  uint64_t storeSize = 0;
+  int64_t storeTime = 0;
+  if (session.stampBeforeLoad(storeSize, storeTime))
+    runKey =
+        storeRunKey(session.path(), storeSize, storeTime, allFolders, windowDayFor(captureOptions));
+  if (summary.indexWritten && !unchanged.write(summary, runKey)) {
     console.err << "ferrant capture: could not write "
                 << toUtf8(dataFolder + kPathSeparator + kFingerprintFileName)
                 << "; the next capture reads every folder\n";

@@ -11,6 +11,7 @@
 #include <chrono>
 #include <functional>
 #include <iosfwd>
+#include <string>
 
 namespace PIM {
 
@@ -30,6 +31,14 @@ struct Console {
 
 // argv after "capture".
 int runCapture(int argc, char** argv, StoreSession& session, const Console& console);
+
+// Before the store is loaded, with the same arguments: when the store file,
+// the settings file and the data folder are as the last `ferrant capture`
+// into that folder left them, says so as a run that found every folder
+// unchanged would and returns the exit status; -1 when the store has to be
+// read (runCapture then does the rest, usage errors included).
+int captureIfStoreChanged(int argc, char** argv, const std::u16string& storePath,
+                          const Console& console);
 
 // argv after "watch".
 int runWatch(int argc, char** argv, StoreSession& session, const Console& console);

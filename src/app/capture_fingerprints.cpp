@@ -101,13 +101,13 @@ bool parseLine(std::string_view line, FolderFingerprint& folder) {
 
 }  // namespace
 
-bool parseFingerprints(std::string_view bytes, std::vector<FolderFingerprint>& folders,
-                       std::string& error) {
-  folders.clear();
+bool parseFingerprints(std::string_view bytes, Fingerprints& read, std::string& error) {
+  read = Fingerprints();
+  std::vector<FolderFingerprint>& folders = read.folders;
   size_t lineNumber = 0;
   bool ended = false;
   const auto fail = [&](const std::string& why) {
-    folders.clear();
+    read = Fingerprints();
     error = "line " + std::to_string(lineNumber) + ": " + why;
     return false;
   };
@@ -120,6 +120,15 @@ bool parseFingerprints(std::string_view bytes, std::vector<FolderFingerprint>& f
     if (ended) return fail("text after the end line");
     if (lineNumber == 1) {
       if (line != kHeader) return fail("not a fingerprint file of this version");
+      continue;
+    }
+    if (lineNumber == 2) {
+      uint64_t run = 0;
+      if (line == "run -") continue;
+      if (line.substr(0, 4) != "run " || line.size() != 20 || !isLowerHex(line.substr(4)) ||
+          !number(line.substr(4), run, 16))
+        return fail("not a run line");
+      read.run = run;
       continue;
     }
     if (line.substr(0, 4) == "end ") {
@@ -135,26 +144,34 @@ bool parseFingerprints(std::string_view bytes, std::vector<FolderFingerprint>& f
   }
   if (!ended) {
     ++lineNumber;
-    return fail("the end line is missing");
+    return fail(lineNumber == 1   ? "the header line is missing"
+                : lineNumber == 2 ? "the run line is missing"
+                                  : "the end line is missing");
   }
   return true;
 }
 
-std::string formatFingerprints(const std::vector<FolderFingerprint>& folders) {
+namespace {
+std::string hex16(uint64_t value) {
+  char text[17];
+  std::snprintf(text, sizeof text, "%016llx", static_cast<unsigned long long>(value));
+  return text;
+}
+}  // namespace
+
+std::string formatFingerprints(const Fingerprints& fingerprints) {
   std::string text = std::string(kHeader) + "\n";
-  for (const FolderFingerprint& folder : folders) {
-    char hash[17];
-    std::snprintf(hash, sizeof hash, "%016llx", static_cast<unsigned long long>(folder.hash));
-    text += std::to_string(folder.type) + " " + folder.folderId + " " + hash + " " +
+  text += "run " + (fingerprints.run ? hex16(*fingerprints.run) : std::string("-")) + "\n";
+  for (const FolderFingerprint& folder : fingerprints.folders) {
+    text += std::to_string(folder.type) + " " + folder.folderId + " " + hex16(folder.hash) + " " +
             std::to_string(folder.fileSize) + " " + std::to_string(folder.fileTime) + " " +
             (folder.fileName.empty() ? std::string("-") : toUtf8(folder.fileName)) + "\n";
   }
-  return text + "end " + std::to_string(folders.size()) + "\n";
+  return text + "end " + std::to_string(fingerprints.folders.size()) + "\n";
 }
 
-bool readFingerprints(const std::u16string& dataFolder, std::vector<FolderFingerprint>& folders,
-                      std::string& error) {
-  folders.clear();
+bool readFingerprints(const std::u16string& dataFolder, Fingerprints& read, std::string& error) {
+  read = Fingerprints();
   const std::filesystem::path path(pathIn(dataFolder, kFingerprintFileName));
   std::error_code code;
   if (!std::filesystem::exists(path, code)) return true;
@@ -173,14 +190,13 @@ bool readFingerprints(const std::u16string& dataFolder, std::vector<FolderFinger
     error = "cannot be read";
     return false;
   }
-  return parseFingerprints(bytes, folders, error);
+  return parseFingerprints(bytes, read, error);
 }
 
-bool writeFingerprints(const std::u16string& dataFolder,
-                       const std::vector<FolderFingerprint>& folders) {
+bool writeFingerprints(const std::u16string& dataFolder, const Fingerprints& fingerprints) {
   const std::u16string path = pathIn(dataFolder, kFingerprintFileName);
   const std::u16string newPath = path + kNewSuffix;
-  const std::string text = formatFingerprints(folders);
+  const std::string text = formatFingerprints(fingerprints);
   bool written = false;
   if (std::unique_ptr<WritableFile> file = env()->openForWriting(newPath)) {
     written = file->write(text.data(), text.size()) == text.size();
@@ -249,20 +265,25 @@ std::optional<uint64_t> contentFingerprint(IMAPIFolder* folder) {
   }
 }
 
-uint64_t settingsFingerprint(uint32_t folderType, const SystemTime& day) {
-  const Preferences& prefs = Preferences::instance();
+uint64_t environmentFingerprint(const SystemTime& day) {
   Hash hash;
   hash.add(std::string_view(FERRANT_APP_VERSION));
   hash.add(kOutputFormat);
-  hash.add(folderType);
-  // Only the calendar's window depends on the day.
-  if (folderType == kFolderCalendar)
-    hash.add((uint64_t{day.year} << 16) | (uint64_t{day.month} << 8) | day.day);
+  hash.add((uint64_t{day.year} << 16) | (uint64_t{day.month} << 8) | day.day);
   const TimeZoneInfo zone = env()->timeZone();
   for (int32_t value : {zone.bias, zone.standardBias, zone.daylightBias})
     hash.add(static_cast<uint64_t>(static_cast<uint32_t>(value)));
   hash.add(static_cast<uint64_t>(zone.state));
   hash.add(env()->userUiLanguage());
+  return hash.value();
+}
+
+uint64_t settingsFingerprint(uint32_t folderType, const SystemTime& day) {
+  const Preferences& prefs = Preferences::instance();
+  Hash hash;
+  // Only the calendar's window depends on the day.
+  hash.add(environmentFingerprint(folderType == kFolderCalendar ? day : SystemTime()));
+  hash.add(folderType);
   const auto values = [&](std::initializer_list<uint64_t> settings) {
     for (uint64_t value : settings) hash.add(value);
   };
@@ -295,6 +316,13 @@ uint64_t settingsFingerprint(uint32_t folderType, const SystemTime& day) {
     default:
       break;
   }
+  return hash.value();
+}
+
+uint64_t mixFingerprint(uint64_t seed, std::string_view bytes) {
+  Hash hash;
+  hash.add(seed);
+  hash.add(bytes);
   return hash.value();
 }
 

@@ -5,8 +5,13 @@
 // index line as they are, as a running add-in does for a folder that sent no
 // change notification.
 //
+// When every folder of a run is there, the file also holds a fingerprint of
+// the store file and the settings file themselves, so that a run finding
+// both untouched need not load the store at all.
+//
 // The file (".ferrant.fingerprints") is plain text, LF-ended:
 //   ferrant fingerprints 1
+//   run <16 hex, or ->
 //   <index type> <folder entry id, hex> <hash, 16 hex> <size> <time> <file name or ->
 //   ...
 //   end <number of folder lines>
@@ -37,19 +42,25 @@ struct FolderFingerprint {
   bool operator==(const FolderFingerprint&) const = default;
 };
 
-// False, with `error` naming the first problem and its line, when `bytes`
-// are not a file as formatFingerprints makes it; `folders` is then empty.
-bool parseFingerprints(std::string_view bytes, std::vector<FolderFingerprint>& folders,
-                       std::string& error);
-std::string formatFingerprints(const std::vector<FolderFingerprint>& folders);
+struct Fingerprints {
+  std::optional<uint64_t> run;  // the store and settings files; none: not known
+  std::vector<FolderFingerprint> folders;
+  bool operator==(const Fingerprints&) const = default;
+};
 
-// True with no folders when there is no file.
-bool readFingerprints(const std::u16string& dataFolder, std::vector<FolderFingerprint>& folders,
-                      std::string& error);
+// False, with `error` naming the first problem and its line, when `bytes`
+// are not a file as formatFingerprints makes it; `read` is then empty.
+bool parseFingerprints(std::string_view bytes, Fingerprints& read, std::string& error);
+std::string formatFingerprints(const Fingerprints& fingerprints);
+
+// True with nothing when there is no file.
+bool readFingerprints(const std::u16string& dataFolder, Fingerprints& read, std::string& error);
 // Made whole beside the old one and renamed over it; false when it could
 // not be (the old one is then removed, so that it is never trusted).
-bool writeFingerprints(const std::u16string& dataFolder,
-                       const std::vector<FolderFingerprint>& folders);
+bool writeFingerprints(const std::u16string& dataFolder, const Fingerprints& fingerprints);
+
+// `seed` and `bytes` mixed into one hash.
+uint64_t mixFingerprint(uint64_t seed, std::string_view bytes);
 void removeFingerprints(const std::u16string& dataFolder);
 
 // The size and last write of a file; false when it is not there.
@@ -60,6 +71,11 @@ bool fileStamp(const std::u16string& path, uint64_t& size, int64_t& time);
 // cannot be read or an item has neither a time nor a change key, since its
 // changes could then go unseen.
 std::optional<uint64_t> contentFingerprint(IMAPIFolder* folder);
+
+// What every file depends on besides the store and the settings: the
+// program's version and output format, the day (the calendar's window), the
+// time zone and the language.
+uint64_t environmentFingerprint(const SystemTime& day);
 
 // The settings of a kind (FolderType) that its files depend on, with the day
 // the calendar's window is counted from, the time zone and the language.

@@ -1,6 +1,7 @@
 // ferrant: runs the system from a terminal.
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <iostream>
 #include <string>
 
@@ -59,8 +60,11 @@ int showPaths(int argc, char** argv) {
 
 // Runs a command that works on a store: takes the shared options, opens the
 // store and hands the rest of the arguments on.
+// `beforeLoad`, when given, may answer for the command before the store is
+// loaded (an answer of -1 lets it load).
 template <class Command>
-int withStore(int argc, char** argv, Command command) {
+int withStore(int argc, char** argv, Command command,
+              const std::function<int(int, char**, const std::u16string&)>& beforeLoad = {}) {
   PIM::CommonOptions options;
   std::string error;
   if (!PIM::parseCommonOptions(argc, argv, options, error)) {
@@ -81,6 +85,10 @@ int withStore(int argc, char** argv, Command command) {
     std::fputs("ferrant: no store file given and no sample mailbox installed (use --store FILE)\n",
                stderr);
     return PIM::kExitStore;
+  }
+  if (beforeLoad) {
+    const int status = beforeLoad(static_cast<int>(options.rest.size()), options.rest.data(), path);
+    if (status != -1) return status;
   }
   PIM::StoreSession session;
   if (!session.open(path, error)) {
@@ -107,13 +115,19 @@ int main(int argc, char** argv) {
     result = showPaths(argc - 2, argv + 2);
   } else if (!std::strcmp(argv[1], "capture") || !std::strcmp(argv[1], "watch")) {
     const bool watch = argv[1][0] == 'w';
-    result = withStore(argc - 2, argv + 2, [watch](int n, char** args, PIM::StoreSession& session) {
-      PIM::InterruptSignals signals;
-      const PIM::Console console{std::cout, std::cerr, PIM::env()->stdoutIsTerminal(),
-                                 &PIM::InterruptSignals::raised};
-      return watch ? PIM::runWatch(n, args, session, console)
-                   : PIM::runCapture(n, args, session, console);
-    });
+    const PIM::Console console{std::cout, std::cerr, PIM::env()->stdoutIsTerminal(),
+                               &PIM::InterruptSignals::raised};
+    result = withStore(
+        argc - 2, argv + 2,
+        [watch, &console](int n, char** args, PIM::StoreSession& session) {
+          PIM::InterruptSignals signals;
+          return watch ? PIM::runWatch(n, args, session, console)
+                       : PIM::runCapture(n, args, session, console);
+        },
+        [watch, &console](int n, char** args, const std::u16string& path) {
+          PIM::InterruptSignals signals;
+          return watch ? -1 : PIM::captureIfStoreChanged(n, args, path, console);
+        });
   } else if (!std::strcmp(argv[1], "prefs")) {
     result = withStore(argc - 2, argv + 2, [](int n, char** args, PIM::StoreSession& session) {
       return PIM::runPrefs(n, args, session, std::cout, std::cerr);

@@ -1,5 +1,7 @@
 #include "app/store_session.h"
 
+#include "app/capture_fingerprints.h"
+
 #include <exception>
 
 #include "addin/outlook_app.h"
@@ -38,6 +40,7 @@ bool StoreSession::open(const std::u16string& path, std::string& error) {
     error = "no store file at " + toUtf8(path);
     return false;
   }
+  stamped_ = fileStamp(path, fileSize_, fileTime_);
   try {
 #ifdef FERRANT_PST
     // Outlook data files are told by their signature, whatever their name.

@@ -4,6 +4,7 @@
 // command runs, as the add-in hands over Outlook's.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -34,6 +35,13 @@ class StoreSession {
   IMAPISession* session() const { return session_.get(); }
   const std::shared_ptr<store::Profile>& profile() const { return profile_; }
   const std::u16string& path() const { return path_; }
+  // The file's size and last write as they were just before it was loaded;
+  // false when they could not be had.
+  bool stampBeforeLoad(uint64_t& size, int64_t& time) const {
+    size = fileSize_;
+    time = fileTime_;
+    return stamped_;
+  }
   // How a watcher loads the file again: empty for fixtures (its own
   // loader), the data file loader for Outlook data files.
   const std::function<std::shared_ptr<store::Profile>(const std::u16string&)>& loader() const {
@@ -42,6 +50,9 @@ class StoreSession {
 
  private:
   std::u16string path_;
+  bool stamped_ = false;
+  uint64_t fileSize_ = 0;
+  int64_t fileTime_ = 0;
   std::shared_ptr<store::Profile> profile_;
   std::function<std::shared_ptr<store::Profile>(const std::u16string&)> loader_;
   ComPtr<IMAPISession> session_;

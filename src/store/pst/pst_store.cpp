@@ -1,9 +1,12 @@
+// First: its MAPI headers define WINAPI, which keeps libpff.h from asking
+// for libbfio's headers, which Debian does not ship.
 #include "store/pst/pst_store.h"
 
 #include <libpff.h>
 
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <map>
@@ -214,6 +217,15 @@ class Loader {
         1)
       fail("cannot be read as an Outlook data file (damaged, truncated or not one)", error);
     file_.opened();
+    // libpff reads what it needs and may not notice a file cut short.
+    size64_t expected = 0;
+    std::error_code sizeError;
+    const uintmax_t actual = std::filesystem::file_size(nativePath(path_), sizeError);
+    if (libpff_file_get_size(file_.get(), &expected, nullptr) == 1 && !sizeError &&
+        actual < expected)
+      fail("is truncated: " + std::to_string(actual) + " of its " + std::to_string(expected) +
+               " bytes are there",
+           nullptr);
     uint8_t encryption = 0;
     if (libpff_file_get_encryption_type(file_.get(), &encryption, error.put()) != 1)
       fail("cannot be read as an Outlook data file", error);
@@ -248,12 +260,13 @@ class Loader {
     const Ref rootRef = profile_->rootFolder(store_);
     loadFolder(root.get(), rootRef, 0);
     findDefaultFolders(storeProps);
+    translateListMembers();
     return profile_;
   }
 
  private:
   [[noreturn]] void fail(const std::string& what, const ErrorOwner& error) {
-    fail(what + ": " + error.text(), nullptr);
+    fail(error.e ? what + ": " + error.text() : what + " (damaged or truncated)", nullptr);
   }
   [[noreturn]] void fail(const std::string& what, std::nullptr_t) {
     throw PstError(name_ + ": " + what);
@@ -438,8 +451,13 @@ class Loader {
     libpff_item_get_identifier(message, &nid, nullptr);
     Item item = readMessage(message, 0);
     item.associated = associated;
+    const Prop* cls = item.props.find(PROP_ID(PR_MESSAGE_CLASS_W));
+    const bool distList =
+        cls && cls->type() == PT_UNICODE && cls->text.rfind(u"IPM.DistList", 0) == 0;
     const Ref ref = profile_->addItem(folder, std::move(item));
     profile_->setKey(keyOf(nid), ref);
+    itemRefs_[nid] = ref;
+    if (distList) distLists_.push_back(ref);
   }
 
   Item readMessage(libpff_item_t* message, int depth) {
@@ -493,6 +511,41 @@ class Loader {
       item.attachments.push_back(std::move(att));
     }
     return item;
+  }
+
+  // A list's members that are wrapped entry ids of the file's contacts
+  // and lists hold the file's own entry ids: they become this profile's,
+  // so that opening a member opens the item.
+  void translateListMembers() {
+    if (distLists_.empty()) return;
+    static const uint8_t kWrappedUid[16] = {0xC0, 0x91, 0xAD, 0xD3, 0x51, 0x9D, 0xCF, 0x11,
+                                            0xA4, 0xA9, 0x00, 0xAA, 0x00, 0x47, 0xFA, 0xA4};
+    PropName name;
+    name.set = PSETID_Address;
+    name.id = 0x8055;  // the list's members
+    const ULONG members = profile_->namedPropId(store_, name);
+    for (const Ref& list : distLists_) {
+      const std::shared_ptr<const Item> item = profile_->itemCopy(list);
+      const Prop* prop = item ? item->props.find(members) : nullptr;
+      if (!prop || prop->type() != PT_MV_BINARY) continue;
+      std::vector<Bytes> ids = prop->bins;
+      bool changed = false;
+      for (Bytes& id : ids) {
+        // Flags, the wrapping provider, a type byte, the embedded entry id.
+        if (id.size() != 21 + 24 || std::memcmp(id.data() + 4, kWrappedUid, 16) != 0) continue;
+        const Bytes embedded(id.begin() + 21, id.end());
+        if (!recordKey_.empty() &&
+            !std::equal(recordKey_.begin(), recordKey_.end(), embedded.begin() + 4))
+          continue;
+        auto target = itemRefs_.find(le32(&embedded[20]));
+        if (target == itemRefs_.end()) continue;
+        const Bytes ours = profile_->entryId(target->second);
+        id.resize(21);
+        id.insert(id.end(), ours.begin(), ours.end());
+        changed = true;
+      }
+      if (changed) profile_->modifyItem(list, {Prop::ofMvBinary(prop->tag, std::move(ids))});
+    }
   }
 
   // The sender's entry id points into an address book the file does not
@@ -658,6 +711,8 @@ class Loader {
   std::map<ULONG, ULONG> idMap_;
   std::map<uint32_t, Ref> folderRefs_;
   std::vector<std::pair<Ref, Prop>> folderIds_;
+  std::map<uint32_t, Ref> itemRefs_;  // top-level items by their node id
+  std::vector<Ref> distLists_;
 };
 
 }  // namespace

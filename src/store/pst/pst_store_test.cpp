@@ -290,6 +290,37 @@ TEST(PstStore, DistributionListsKeepTheirMembers) {
   }
 }
 
+TEST(PstStore, WrappedListMembersOpenTheFilesContacts) {
+  LOAD_SAMPLE(p, "dist-list.pst");
+  const ULONG members = named(*p, PSETID_Address, 0x8055, PT_MV_BINARY);
+  std::shared_ptr<Item> list;
+  for (const auto& item : itemsOf(*p, u"Top of Personal Folders/Contacts"))
+    if (text(item->props, PR_MESSAGE_CLASS_W) == u"IPM.DistList") list = item;
+  ASSERT_TRUE(list);
+  const Prop* wrapped = list->props.find(PROP_ID(members));
+  ASSERT_TRUE(wrapped);
+  ASSERT_EQ(wrapped->bins.size(), 3u);
+  // The first member wraps (type 0xC3, a contact) the contact of the file.
+  const Bytes& first = wrapped->bins[0];
+  ASSERT_GT(first.size(), 21u);
+  EXPECT_EQ(first[20], 0xC3);
+  const Bytes embedded(first.begin() + 21, first.end());
+  // The contact is node 0x200064 of the file.
+  const Ref contactRef = p->byKey("pst:200064");
+  ASSERT_TRUE(contactRef.valid());
+  EXPECT_EQ(text(p->itemCopy(contactRef)->props, PR_DISPLAY_NAME_W), u"contact name 1");
+  EXPECT_EQ(embedded, p->entryId(contactRef));
+  ComPtr<IMAPISession> session;
+  ASSERT_EQ(p->logon(session.put()), S_OK);
+  ComPtr<IUnknown> opened;
+  ULONG type = 0;
+  EXPECT_EQ(session->OpenEntry(static_cast<ULONG>(embedded.size()),
+                               reinterpret_cast<LPENTRYID>(const_cast<uint8_t*>(embedded.data())),
+                               nullptr, 0, &type, opened.putUnknown()),
+            S_OK);
+  EXPECT_EQ(type, ULONG(MAPI_MESSAGE));
+}
+
 // ---- E-mails ----------------------------------------------------------------------------
 TEST(PstStore, MailKeepsItsRecipientsAndHtmlBody) {
   LOAD_SAMPLE(p, "multiple_to_cc.pst");
@@ -384,6 +415,8 @@ TEST(PstStore, DamagedOrForeignFilesFailInOneLine) {
       {u"signature-only.pst", "!BDN"},
       {u"header.pst", bytes.substr(0, 512)},
       {u"half.pst", bytes.substr(0, bytes.size() / 2)},
+      // Everything libpff reads is there; the end is not.
+      {u"most.pst", bytes.substr(0, bytes.size() - 4096)},
       {u"zeroed.pst", zeroed},
       {u"header-crc.pst", badCrc},
       {u"mail.json", "{\"stores\": []}"},
