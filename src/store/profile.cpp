@@ -67,19 +67,12 @@ class ContentHash {
   void add(const PropList& props) {
     add(props.all().size());
     for (const Prop& p : props.all()) {
+      // The value as held: the same file always loads a value the same way,
+      // and a text held in another encoding only costs one more capture.
       add(p.tag);
-      add(static_cast<uint64_t>(p.num));
-      add(&p.real, sizeof p.real);
-      addText(p.text);
-      addText(p.str);
-      addText(p.bin);
-      addText(p.nums);
-      add(p.texts.size());
-      for (const std::u16string& t : p.texts) addText(t);
-      add(p.strs.size());
-      for (const std::string& t : p.strs) addText(t);
-      add(p.bins.size());
-      for (const Bytes& b : p.bins) addText(b);
+      add(static_cast<uint64_t>(p.num()));
+      add(p.utf8() ? 1 : 0);
+      addText(p.bytes());
     }
   }
   void add(const Item& item) {
@@ -548,8 +541,9 @@ constexpr ULONG kSetIds[] = {PROP_ID(PR_ENTRYID),       PROP_ID(PR_RECORD_KEY),
                              PROP_ID(PR_INSTANCE_KEY),  PROP_ID(PR_PARENT_ENTRYID),
                              PROP_ID(PR_STORE_ENTRYID), PROP_ID(PR_OBJECT_TYPE)};
 constexpr ULONG kDefaultIds[] = {PROP_ID(PR_HASATTACH),    PROP_ID(PR_MESSAGE_FLAGS),
-                                 PROP_ID(PR_MESSAGE_SIZE), PROP_ID(PR_CHANGE_KEY), PROP_ID(PR_DISPLAY_TO),
-                                 PROP_ID(PR_DISPLAY_CC),   PROP_ID(PR_DISPLAY_BCC)};
+                                 PROP_ID(PR_MESSAGE_SIZE), PROP_ID(PR_CHANGE_KEY),
+                                 PROP_ID(PR_DISPLAY_TO),   PROP_ID(PR_DISPLAY_CC),
+                                 PROP_ID(PR_DISPLAY_BCC)};
 
 bool oneOf(ULONG id, const ULONG* ids, size_t count) {
   return std::find(ids, ids + count, id) != ids + count;
@@ -603,7 +597,8 @@ bool Profile::computedItemProp(size_t store, const Item& it, bool forTable, ULON
       ContentHash hash;
       hash.add(it);
       Bytes key(8);
-      for (size_t i = 0; i < key.size(); ++i) key[i] = static_cast<uint8_t>(hash.value() >> (8 * i));
+      for (size_t i = 0; i < key.size(); ++i)
+        key[i] = static_cast<uint8_t>(hash.value() >> (8 * i));
       out = Prop::ofBinary(PR_CHANGE_KEY, std::move(key));
       return true;
     }

@@ -328,7 +328,7 @@ class Loader {
     if (!p ||
         !decodePstValue(PROP_TAG(p->type, id), p->data.data(), p->data.size(), codePage, value))
       return {};
-    return value.type() == PT_UNICODE ? value.text : std::u16string();
+    return value.type() == PT_UNICODE ? value.text() : std::u16string();
   }
 
   static uint32_t longProp(const std::vector<RawProp>& raw, ULONG id) {
@@ -368,7 +368,7 @@ class Loader {
       if (!decodePstValue(PROP_TAG(p.type, id), p.data.data(), p.data.size(), codePage, value))
         continue;
       if (p.id == kSubjectId && value.type() == PT_UNICODE)
-        value = Prop::ofText(value.tag, stripSubjectMarker(value.text));
+        value = Prop::ofText(value.tag, stripSubjectMarker(value.text()));
       out.set(std::move(value));
     }
     return out;
@@ -453,7 +453,7 @@ class Loader {
     item.associated = associated;
     const Prop* cls = item.props.find(PROP_ID(PR_MESSAGE_CLASS_W));
     const bool distList =
-        cls && cls->type() == PT_UNICODE && cls->text.rfind(u"IPM.DistList", 0) == 0;
+        cls && cls->type() == PT_UNICODE && cls->text().rfind(u"IPM.DistList", 0) == 0;
     const Ref ref = profile_->addItem(folder, std::move(item));
     profile_->setKey(keyOf(nid), ref);
     itemRefs_[nid] = ref;
@@ -528,7 +528,7 @@ class Loader {
       const std::shared_ptr<const Item> item = profile_->itemCopy(list);
       const Prop* prop = item ? item->props.find(members) : nullptr;
       if (!prop || prop->type() != PT_MV_BINARY) continue;
-      std::vector<Bytes> ids = prop->bins;
+      std::vector<Bytes> ids = prop->bins();
       bool changed = false;
       for (Bytes& id : ids) {
         // Flags, the wrapping provider, a type byte, the embedded entry id.
@@ -557,7 +557,7 @@ class Loader {
                                            0x9D, 0x6E, 0x00, 0xDD, 0x01, 0x0F, 0x54, 0x02};
     const Prop* id = props.find(PROP_ID(PR_SENDER_ENTRYID));
     if (!id || id->type() != PT_BINARY) return;
-    if (id->bin.size() >= 20 && std::memcmp(id->bin.data() + 4, kOneOffUid, 16) == 0) return;
+    if (id->bin().size() >= 20 && std::memcmp(id->bin().data() + 4, kOneOffUid, 16) == 0) return;
     OneOffEntryId entry;
     entry.displayName = text_(props, PR_SENDER_NAME_W);
     const std::u16string smtp = text_(props, PROP_TAG(PT_UNICODE, 0x5D01));  // sender's SMTP
@@ -597,7 +597,7 @@ class Loader {
 
   static std::u16string text_(const PropList& props, ULONG tag) {
     const Prop* p = props.find(PROP_ID(tag));
-    return p && p->type() == PT_UNICODE ? p->text : std::u16string();
+    return p && p->type() == PT_UNICODE ? p->text() : std::u16string();
   }
 
   // A folder's entry id in the file: flags, the store's record key, the nid.
@@ -628,12 +628,12 @@ class Loader {
     // The default folders' ids, as this profile's entry ids.
     for (const auto& [folder, prop] : folderIds_) {
       if (prop.type() == PT_BINARY) {
-        const Ref target = folderOfEntryId(prop.bin);
+        const Ref target = folderOfEntryId(prop.bin());
         if (target.valid())
           profile_->setProp(folder, Prop::ofBinary(prop.tag, profile_->entryId(target)));
       } else if (prop.type() == PT_MV_BINARY) {
         std::vector<Bytes> ids;
-        for (const Bytes& b : prop.bins) {
+        for (const Bytes& b : prop.bins()) {
           const Ref target = folderOfEntryId(b);
           ids.push_back(target.valid() ? profile_->entryId(target) : Bytes{});
         }
@@ -645,7 +645,7 @@ class Loader {
     const Ref root = profile_->rootFolder(store_);
     const auto has = [&](ULONG tag) {
       for (const auto& [folder, prop] : folderIds_)
-        if (prop.id() == PROP_ID(tag) && folderOfEntryId(prop.bin).valid() &&
+        if (prop.id() == PROP_ID(tag) && folderOfEntryId(prop.bin()).valid() &&
             (folder == root || folder == inbox))
           return true;
       return false;
@@ -668,7 +668,8 @@ class Loader {
     std::function<Ref(const Folder&)> walk = [&](const Folder& f) -> Ref {
       for (const auto& child : f.folders) {
         const Prop* c = child->props.find(PROP_ID(PR_CONTAINER_CLASS_W));
-        if (c && c->type() == PT_UNICODE && (c->text == cls || c->text.rfind(cls + u".", 0) == 0))
+        if (c && c->type() == PT_UNICODE &&
+            (c->text() == cls || c->text().rfind(cls + u".", 0) == 0))
           return Ref{Ref::Kind::Folder, store_, child->nid};
         const Ref below = walk(*child);
         if (below.valid()) return below;
@@ -695,7 +696,7 @@ class Loader {
     if (!top) return {};
     for (const auto& child : top->folders) {
       const Prop* name = child->props.find(PROP_ID(PR_DISPLAY_NAME_W));
-      if (name && name->type() == PT_UNICODE && name->text == u"Inbox")
+      if (name && name->type() == PT_UNICODE && name->text() == u"Inbox")
         return Ref{Ref::Kind::Folder, store_, child->nid};
     }
     return {};

@@ -53,12 +53,12 @@ std::vector<std::shared_ptr<Item>> itemsOf(Profile& p, const std::u16string& pat
 
 std::u16string text(const PropList& props, ULONG tag) {
   const Prop* p = props.find(PROP_ID(tag));
-  return p && p->type() == PT_UNICODE ? p->text : u"<absent>";
+  return p && p->type() == PT_UNICODE ? p->text() : u"<absent>";
 }
 
 int64_t number(const PropList& props, ULONG tag) {
   const Prop* p = props.find(PROP_ID(tag));
-  return p ? p->num : -1;
+  return p ? p->num() : -1;
 }
 
 // FILETIME ticks of a UTC time.
@@ -227,9 +227,9 @@ TEST(PstStore, RecurringAppointmentKeepsItsBlobAndExceptions) {
   ASSERT_TRUE(recur);
   ASSERT_EQ(recur->type(), ULONG(PT_BINARY));
   // Reader and writer version 0x3004, weekly (0x200B).
-  ASSERT_GE(recur->bin.size(), 6u);
-  EXPECT_EQ(recur->bin[0] | recur->bin[1] << 8, 0x3004);
-  EXPECT_EQ(recur->bin[4] | recur->bin[5] << 8, 0x200B);
+  ASSERT_GE(recur->bin().size(), 6u);
+  EXPECT_EQ(recur->bin()[0] | recur->bin()[1] << 8, 0x3004);
+  EXPECT_EQ(recur->bin()[4] | recur->bin()[5] << 8, 0x200B);
   EXPECT_EQ(number(appt.props, named(*p, PSETID_Appointment, 0x820D, PT_SYSTIME)),
             static_cast<int64_t>(ticks(2016, 8, 2, 15, 0)));
   EXPECT_EQ(number(appt.props, named(*p, PSETID_Appointment, 0x8223, PT_BOOLEAN)), 1);
@@ -276,9 +276,9 @@ TEST(PstStore, DistributionListsKeepTheirMembers) {
     const Prop* wrapped = list->props.find(PROP_ID(members));
     ASSERT_TRUE(off && wrapped);
     ASSERT_EQ(off->type(), ULONG(PT_MV_BINARY));
-    EXPECT_EQ(wrapped->bins.size(), c.names.size());
+    EXPECT_EQ(wrapped->bins().size(), c.names.size());
     std::vector<std::u16string> names, addresses;
-    for (const Bytes& b : off->bins) {
+    for (const Bytes& b : off->bins()) {
       OneOffEntryId entry;
       ASSERT_TRUE(decodeOneOffEntryId(b.data(), b.size(), entry));
       EXPECT_EQ(entry.addressType, u"SMTP");
@@ -299,9 +299,9 @@ TEST(PstStore, WrappedListMembersOpenTheFilesContacts) {
   ASSERT_TRUE(list);
   const Prop* wrapped = list->props.find(PROP_ID(members));
   ASSERT_TRUE(wrapped);
-  ASSERT_EQ(wrapped->bins.size(), 3u);
+  ASSERT_EQ(wrapped->bins().size(), 3u);
   // The first member wraps (type 0xC3, a contact) the contact of the file.
-  const Bytes& first = wrapped->bins[0];
+  const Bytes first = wrapped->bins()[0];
   ASSERT_GT(first.size(), 21u);
   EXPECT_EQ(first[20], 0xC3);
   const Bytes embedded(first.begin() + 21, first.end());
@@ -358,7 +358,7 @@ TEST(PstStore, MailWithoutHtmlSaysSoAndKeepsItsAttachments) {
   const Prop* rtf = mail.props.find(0x1009);
   ASSERT_TRUE(rtf);
   std::string decompressed, error;
-  ASSERT_TRUE(decompressRtf(rtf->bin.data(), rtf->bin.size(), decompressed, error)) << error;
+  ASSERT_TRUE(decompressRtf(rtf->bin().data(), rtf->bin().size(), decompressed, error)) << error;
   EXPECT_EQ(decompressed.rfind("{\\rtf1", 0), 0u);
   EXPECT_NE(decompressed.find("\\fromhtml1"), std::string::npos);
   EXPECT_NE(decompressed.find("\\ansicpg932"), std::string::npos);
