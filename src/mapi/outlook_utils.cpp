@@ -337,7 +337,9 @@ HRESULT getEntryStringProperty(IUnknown* object, ULONG tag, std::u16string& text
     const char* failure = "";
     const HRESULT hr = readStream(object, tag, bytes, failure);
     if (FAILED(hr)) {
-      PIM_LOG_HR(hr, failure);
+      // A body or note the item does not have is an answer, not a fault:
+      // most mail has no HTML body, and the caller falls back.
+      if (hr != MAPI_E_NOT_FOUND) PIM_LOG_HR(hr, failure);
       return hr;
     }
     text = streamText(tag, bytes);

@@ -191,7 +191,11 @@ TEST_F(UtilsTest, LongTextsAreReadWholeThroughStreams) {
   EXPECT_EQ(text, u"Gr\u00fc\u00dfe");
 
   testing::LogCapture log;
+  // An absent property is an answer and logs nothing; a store that cannot
+  // open the stream is a fault.
   EXPECT_EQ(getEntryStringProperty(item.get(), PR_TITLE_W, text), MAPI_E_NOT_FOUND);
+  faults->failCall("OpenProperty", MAPI_E_NO_ACCESS);
+  EXPECT_EQ(getEntryStringProperty(item.get(), PR_BODY_W, text), MAPI_E_NO_ACCESS);
   faults->failCall("Read", MAPI_E_CALL_FAILED, 2);
   EXPECT_EQ(getEntryStringProperty(item.get(), PR_BODY_W, text), MAPI_E_CALL_FAILED);
   EXPECT_EQ(getEntryStringProperty(inbox.get(), idOf("a1"), PR_BODY_W, utf8),
@@ -204,7 +208,7 @@ TEST_F(UtilsTest, LongTextsAreReadWholeThroughStreams) {
   for (const std::string& line : log.lines()) written.push_back(line.substr(line.find(" : ") + 3));
   const std::string op = "PIM::OutlookUtils::getEntryStringProperty() > ERR> HR Error: ";
   EXPECT_EQ(written,
-            (std::vector<std::string>{op + "0x8004010f: Failed to open the property stream.",
+            (std::vector<std::string>{op + "0x80070005: Failed to open the property stream.",
                                       op + "0x80004005: Failed to read the property stream.",
                                       op + "0x80040107: Failed to open the item.",
                                       op + "0x80070057: Invalid object.",
