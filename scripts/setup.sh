@@ -5,7 +5,7 @@ set -euo pipefail
 
 packages=(
   cmake ninja-build g++ clang libclang-rt-14-dev clang-format
-  googletest libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev libxml2-utils xxd time
+  googletest libgtest-dev libgmock-dev libbenchmark-dev libxml2-utils xxd time
   pkg-config libpff-dev
   g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix mingw-w64-tools binutils-mingw-w64
   wine64 wine libwine-dev xvfb
