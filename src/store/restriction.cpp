@@ -238,20 +238,32 @@ bool evaluate(const Restriction& r, const RowAccess& row) {
   }
 }
 
-int compareRows(const std::vector<SSortOrder>& keys, const RowAccess& a, const RowAccess& b) {
-  for (const SSortOrder& key : keys) {
-    const Prop* va = present(a, key.ulPropTag);
-    const Prop* vb = present(b, key.ulPropTag);
+void sortValues(const std::vector<SSortOrder>& keys, const RowAccess& row, const Prop** out) {
+  for (const SSortOrder& key : keys) *out++ = present(row, key.ulPropTag);
+}
+
+int compareSortValues(const std::vector<SSortOrder>& keys, const Prop* const* a,
+                      const Prop* const* b) {
+  for (size_t i = 0; i < keys.size(); ++i) {
+    const Prop* va = a[i];
+    const Prop* vb = b[i];
     int c = 0;
     if (!va || !vb) {
       c = (va ? 0 : 1) - (vb ? 0 : 1);  // missing counts as the greatest
     } else if (!compareProps(*va, *vb, c)) {
       c = 0;
     }
-    if (key.ulOrder == TABLE_SORT_DESCEND) c = -c;
+    if (keys[i].ulOrder == TABLE_SORT_DESCEND) c = -c;
     if (c != 0) return c;
   }
   return 0;
+}
+
+int compareRows(const std::vector<SSortOrder>& keys, const RowAccess& a, const RowAccess& b) {
+  std::vector<const Prop*> values(2 * keys.size());
+  sortValues(keys, a, values.data());
+  sortValues(keys, b, values.data() + keys.size());
+  return compareSortValues(keys, values.data(), values.data() + keys.size());
 }
 
 }  // namespace PIM::store

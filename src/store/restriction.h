@@ -59,5 +59,10 @@ bool evaluate(const Restriction& r, const RowAccess& row);
 
 // Orders two rows by the sort keys: negative, 0 or positive.
 int compareRows(const std::vector<SSortOrder>& keys, const RowAccess& a, const RowAccess& b);
+// The same in two steps, so that a sort looks each row's keys up once:
+// `out` gets one value (or null) per key.
+void sortValues(const std::vector<SSortOrder>& keys, const RowAccess& row, const Prop** out);
+int compareSortValues(const std::vector<SSortOrder>& keys, const Prop* const* a,
+                      const Prop* const* b);
 
 }  // namespace PIM::store

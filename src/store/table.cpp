@@ -162,10 +162,24 @@ void TableImpl::rebuildContents() {
         (!restricted_ || evaluate(restriction_, RowView(*profile_, source_.store, *item))))
       order_.push_back(item.get());
   if (!sort_.empty()) {
-    std::stable_sort(order_.begin(), order_.end(), [this](const Item* a, const Item* b) {
-      return compareRows(sort_, RowView(*profile_, source_.store, *a),
-                         RowView(*profile_, source_.store, *b)) < 0;
+    // Each row's keys are looked up once (its view keeps values it had to
+    // compute), then the sort compares them n log n times.
+    const size_t n = order_.size(), k = sort_.size();
+    std::vector<RowView> views;
+    views.reserve(n);
+    std::vector<const Prop*> values(n * k);
+    for (size_t i = 0; i < n; ++i) {
+      views.emplace_back(*profile_, source_.store, *order_[i]);
+      sortValues(sort_, views.back(), values.data() + i * k);
+    }
+    std::vector<size_t> places(n);
+    for (size_t i = 0; i < n; ++i) places[i] = i;
+    std::stable_sort(places.begin(), places.end(), [&](size_t a, size_t b) {
+      return compareSortValues(sort_, values.data() + a * k, values.data() + b * k) < 0;
     });
+    std::vector<const Item*> sorted(n);
+    for (size_t i = 0; i < n; ++i) sorted[i] = order_[places[i]];
+    order_ = std::move(sorted);
   }
   shown_.insert(order_.begin(), order_.end());
 }
