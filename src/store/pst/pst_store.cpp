@@ -151,7 +151,48 @@ constexpr uint8_t kPsMapi[16] = {0x28, 0x03, 0x02, 0x00, 0x00, 0x00, 0x00, 0x00,
 constexpr uint8_t kPsPublicStrings[16] = {0x29, 0x03, 0x02, 0x00, 0x00, 0x00, 0x00, 0x00,
                                           0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46};
 
+// A wrapped entry id: flags, the wrapping provider, a type byte, then the
+// entry id of a message of a data file (flags, the store's record key, the
+// node id).
+constexpr size_t kWrappedHeader = 21;
+constexpr size_t kMessageEntryId = 24;
+
+// The node id of the message a wrapped entry id names in the store of
+// `recordKey` (any store when empty); false when it names none.
+bool wrappedNid(const Bytes& id, const Bytes& recordKey, uint32_t& nid) {
+  static const uint8_t kWrappedUid[16] = {0xC0, 0x91, 0xAD, 0xD3, 0x51, 0x9D, 0xCF, 0x11,
+                                          0xA4, 0xA9, 0x00, 0xAA, 0x00, 0x47, 0xFA, 0xA4};
+  if (id.size() != kWrappedHeader + kMessageEntryId ||
+      std::memcmp(id.data() + 4, kWrappedUid, 16) != 0)
+    return false;
+  const uint8_t* embedded = id.data() + kWrappedHeader;
+  if (recordKey.size() == 16 && std::memcmp(recordKey.data(), embedded + 4, 16) != 0) return false;
+  nid = le32(embedded + 20);
+  return true;
+}
+
 }  // namespace
+
+std::vector<Bytes> completeOneOffMembers(
+    const std::vector<Bytes>& wrapped, std::vector<Bytes> oneOffs, const Bytes& recordKey,
+    const std::function<bool(uint32_t nid, OneOffEntryId& member)>& contact) {
+  std::vector<Bytes> later;
+  for (size_t i = 0; i < wrapped.size(); ++i) {
+    OneOffEntryId member;
+    if (i < oneOffs.size() && decodeOneOffEntryId(oneOffs[i].data(), oneOffs[i].size(), member))
+      continue;
+    uint32_t nid = 0;
+    member = OneOffEntryId();
+    if (!wrappedNid(wrapped[i], recordKey, nid) || !contact(nid, member)) continue;
+    Bytes entry = encodeOneOffEntryId(member);
+    if (i < oneOffs.size())
+      oneOffs[i] = std::move(entry);
+    else
+      later.push_back(std::move(entry));
+  }
+  for (Bytes& entry : later) oneOffs.push_back(std::move(entry));
+  return oneOffs;
+}
 
 std::map<ULONG, PropName> decodePstNameMap(const Bytes& guids, const Bytes& entries,
                                            const Bytes& strings) {
@@ -243,6 +284,7 @@ class Loader {
       storeProps = rawProps(storeItem.get(), 0);
     else
       fail("has no message store", error);
+    storeItem.reset();  // its values are copied: libpff's copy need not last the load
     std::u16string storeName = textProp(storeProps, PROP_ID(PR_DISPLAY_NAME_W), kDefaultCodePage);
     if (storeName.empty()) {
       const size_t slash = path_.find_last_of(u"/\\");
@@ -515,37 +557,63 @@ class Loader {
 
   // A list's members that are wrapped entry ids of the file's contacts
   // and lists hold the file's own entry ids: they become this profile's,
-  // so that opening a member opens the item.
+  // so that opening a member opens the item. The capture reads members from
+  // the one-off list, so a contact named only by its wrapped id gets a
+  // one-off entry there too.
   void translateListMembers() {
     if (distLists_.empty()) return;
-    static const uint8_t kWrappedUid[16] = {0xC0, 0x91, 0xAD, 0xD3, 0x51, 0x9D, 0xCF, 0x11,
-                                            0xA4, 0xA9, 0x00, 0xAA, 0x00, 0x47, 0xFA, 0xA4};
-    PropName name;
-    name.set = PSETID_Address;
-    name.id = 0x8055;  // the list's members
-    const ULONG members = profile_->namedPropId(store_, name);
+    const ULONG members = namedId(0x8055);
+    const ULONG oneOffsId = namedId(0x8054);
+    const ULONG emailName = namedId(0x8080), emailType = namedId(0x8082),
+                emailAddress = namedId(0x8083);
+    const auto contactOf = [&](uint32_t nid, OneOffEntryId& member) {
+      auto target = itemRefs_.find(nid);
+      if (target == itemRefs_.end()) return false;
+      const std::shared_ptr<const Item> contact = profile_->itemCopy(target->second);
+      if (!contact || text_(contact->props, PR_MESSAGE_CLASS_W).rfind(u"IPM.Contact", 0) != 0)
+        return false;
+      member.displayName = text_(contact->props, PR_DISPLAY_NAME_W);
+      if (member.displayName.empty())
+        member.displayName = text_(contact->props, PROP_TAG(PT_UNICODE, emailName));
+      member.addressType = text_(contact->props, PROP_TAG(PT_UNICODE, emailType));
+      member.address = text_(contact->props, PROP_TAG(PT_UNICODE, emailAddress));
+      if (member.addressType.empty()) member.addressType = u"SMTP";
+      return !member.displayName.empty() || !member.address.empty();
+    };
     for (const Ref& list : distLists_) {
       const std::shared_ptr<const Item> item = profile_->itemCopy(list);
       const Prop* prop = item ? item->props.find(members) : nullptr;
       if (!prop || prop->type() != PT_MV_BINARY) continue;
       std::vector<Bytes> ids = prop->bins();
+      std::vector<Prop> changes;
+      const Prop* offProp = item->props.find(oneOffsId);
+      std::vector<Bytes> oneOffs =
+          offProp && offProp->type() == PT_MV_BINARY ? offProp->bins() : std::vector<Bytes>();
+      std::vector<Bytes> completed = completeOneOffMembers(ids, oneOffs, recordKey_, contactOf);
+      if (completed != oneOffs)
+        changes.push_back(
+            Prop::ofMvBinary(PROP_TAG(PT_MV_BINARY, oneOffsId), std::move(completed)));
       bool changed = false;
       for (Bytes& id : ids) {
-        // Flags, the wrapping provider, a type byte, the embedded entry id.
-        if (id.size() != 21 + 24 || std::memcmp(id.data() + 4, kWrappedUid, 16) != 0) continue;
-        const Bytes embedded(id.begin() + 21, id.end());
-        if (!recordKey_.empty() &&
-            !std::equal(recordKey_.begin(), recordKey_.end(), embedded.begin() + 4))
-          continue;
-        auto target = itemRefs_.find(le32(&embedded[20]));
+        uint32_t nid = 0;
+        if (!wrappedNid(id, recordKey_, nid)) continue;
+        auto target = itemRefs_.find(nid);
         if (target == itemRefs_.end()) continue;
         const Bytes ours = profile_->entryId(target->second);
-        id.resize(21);
+        id.resize(kWrappedHeader);
         id.insert(id.end(), ours.begin(), ours.end());
         changed = true;
       }
-      if (changed) profile_->modifyItem(list, {Prop::ofMvBinary(prop->tag, std::move(ids))});
+      if (changed) changes.push_back(Prop::ofMvBinary(prop->tag, std::move(ids)));
+      if (!changes.empty()) profile_->modifyItem(list, changes);
     }
+  }
+
+  ULONG namedId(LONG lid) {
+    PropName name;
+    name.set = PSETID_Address;
+    name.id = lid;
+    return profile_->namedPropId(store_, name);
   }
 
   // The sender's entry id points into an address book the file does not

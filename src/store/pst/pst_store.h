@@ -17,12 +17,14 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "store/one_off_entry_id.h"
 #include "store/profile.h"
 
 namespace PIM::store {
@@ -52,6 +54,17 @@ bool decodePstValue(ULONG tag, const uint8_t* data, size_t size, uint32_t codePa
 // stream's end are left out.
 std::map<ULONG, PropName> decodePstNameMap(const Bytes& guids, const Bytes& entries,
                                            const Bytes& names);
+
+// A distribution list's one-off members (`oneOffs`, kept in the order of the
+// list's member ids `wrapped`) with the members that only a wrapped entry id
+// names filled in: a wrapped id of a message of this file (store record key
+// `recordKey`; any when empty) whose node id `contact` turns into the
+// contact's name and address becomes a one-off entry of them, at its own
+// place when the one-off list has a value there that is no one-off entry,
+// else after the others. Members `contact` does not know are left out.
+std::vector<Bytes> completeOneOffMembers(
+    const std::vector<Bytes>& wrapped, std::vector<Bytes> oneOffs, const Bytes& recordKey,
+    const std::function<bool(uint32_t nid, OneOffEntryId& member)>& contact);
 
 // The subject as Outlook shows it: without the marker (U+0001 and a length)
 // that files keep before the normalized subject.

@@ -321,6 +321,93 @@ TEST(PstStore, WrappedListMembersOpenTheFilesContacts) {
   EXPECT_EQ(type, ULONG(MAPI_MESSAGE));
 }
 
+// A wrapped entry id of a contact (type 0xC3) of the store with record key `key`.
+Bytes wrappedId(uint8_t key, uint32_t nid) {
+  Bytes id = {0,    0,    0,    0,    0xC0, 0x91, 0xAD, 0xD3, 0x51, 0x9D, 0xCF, 0x11, 0xA4,
+              0xA9, 0x00, 0xAA, 0x00, 0x47, 0xFA, 0xA4, 0xC3, 0,    0,    0,    0};
+  id.insert(id.end(), 16, key);
+  for (int i = 0; i < 4; ++i) id.push_back(static_cast<uint8_t>(nid >> (8 * i)));
+  return id;
+}
+
+Bytes oneOff(const std::u16string& name, const std::u16string& address) {
+  OneOffEntryId entry;
+  entry.displayName = name;
+  entry.addressType = u"SMTP";
+  entry.address = address;
+  return encodeOneOffEntryId(entry);
+}
+
+struct MemberCase {
+  const char* what;
+  Bytes recordKey;
+  std::vector<Bytes> wrapped;
+  std::vector<Bytes> oneOffs;
+  std::vector<std::u16string> expected;  // "name <address>", "?" for no one-off entry
+};
+
+TEST(PstStore, MembersOnlyWrappedBecomeOneOffsOfTheirContacts) {
+  const Bytes key(16, 0x11);
+  Bytes cut = wrappedId(0x11, 0x200064);
+  cut.pop_back();
+  const Bytes garbage = {1, 2, 3};
+  const MemberCase cases[] = {
+      {"a member with a one-off keeps it",
+       key,
+       {wrappedId(0x11, 0x200064)},
+       {oneOff(u"Old", u"old@example.org")},
+       {u"Old <old@example.org>"}},
+      {"no one-off list: the contact's",
+       key,
+       {wrappedId(0x11, 0x200064)},
+       {},
+       {u"Ann <ann@example.org>"}},
+      {"a value that is no one-off is replaced at its place",
+       key,
+       {wrappedId(0x11, 0x200064), wrappedId(0x11, 0x200084)},
+       {garbage, oneOff(u"B", u"b@example.org")},
+       {u"Ann <ann@example.org>", u"B <b@example.org>"}},
+      {"a shorter one-off list gets it after the others",
+       key,
+       {wrappedId(0x11, 0x200084), wrappedId(0x11, 0x200064)},
+       {oneOff(u"List", u"list@example.org")},
+       {u"List <list@example.org>", u"Ann <ann@example.org>"}},
+      {"a node that is no contact is left out", key, {wrappedId(0x11, 0x200084)}, {}, {}},
+      {"an unknown node is left out", key, {wrappedId(0x11, 0x2000A4)}, {}, {}},
+      {"another store's member is left out", key, {wrappedId(0x22, 0x200064)}, {}, {}},
+      {"without the store's key any store's",
+       {},
+       {wrappedId(0x22, 0x200064)},
+       {},
+       {u"Ann <ann@example.org>"}},
+      {"a cut id is no member", key, {cut}, {garbage}, {u"?"}},
+      {"a one-off in the member list is no wrapped id",
+       key,
+       {oneOff(u"C", u"c@example.org")},
+       {},
+       {}},
+  };
+  // The file's contact 0x200064; 0x200084 is a list.
+  const auto contact = [](uint32_t nid, OneOffEntryId& member) {
+    if (nid != 0x200064) return false;
+    member.displayName = u"Ann";
+    member.addressType = u"SMTP";
+    member.address = u"ann@example.org";
+    return true;
+  };
+  for (const MemberCase& c : cases) {
+    SCOPED_TRACE(c.what);
+    std::vector<std::u16string> got;
+    for (const Bytes& b : completeOneOffMembers(c.wrapped, c.oneOffs, c.recordKey, contact)) {
+      OneOffEntryId entry;
+      got.push_back(decodeOneOffEntryId(b.data(), b.size(), entry)
+                        ? entry.displayName + u" <" + entry.address + u">"
+                        : u"?");
+    }
+    EXPECT_EQ(got, c.expected);
+  }
+}
+
 // ---- E-mails ----------------------------------------------------------------------------
 TEST(PstStore, MailKeepsItsRecipientsAndHtmlBody) {
   LOAD_SAMPLE(p, "multiple_to_cc.pst");
