@@ -516,24 +516,6 @@ const PropList& Profile::rowProps(const TableRow& row) {
   return row.props;
 }
 
-void Profile::rowPropTags(const TableRow& row, std::vector<ULONG>& tags) {
-  tags.clear();
-  if (!row.pending) {
-    for (const Prop& p : row.props.all()) tags.push_back(p.tag);
-    return;
-  }
-  // The item's own tags with empty values stand in for the values: the
-  // computed properties replace and follow them as they would the real ones.
-  PropList shell;
-  for (const Prop& p : row.item->props.all()) {
-    Prop tagOnly;
-    tagOnly.tag = p.tag;
-    shell.set(std::move(tagOnly));
-  }
-  addComputedItemProps(row.store, *row.item, true, shell);
-  for (const Prop& p : shell.all()) tags.push_back(p.tag);
-}
-
 namespace {
 // What the store sets on an item's row over the item's own values, and what
 // it adds only where the item has no value, each in the order rows list them.
@@ -550,8 +532,8 @@ bool oneOf(ULONG id, const ULONG* ids, size_t count) {
 }
 }  // namespace
 
-bool Profile::computedItemProp(size_t store, const Item& it, bool forTable, ULONG propId,
-                               Prop& out) {
+bool Profile::computedItemProp(size_t store, const Item& it, bool forTable, ULONG propId, Prop& out,
+                               bool tagOnly) {
   Store& s = *stores_[store];
   const bool hasAttach = !it.attachments.empty();
   switch (propId) {
@@ -588,12 +570,16 @@ bool Profile::computedItemProp(size_t store, const Item& it, bool forTable, ULON
                                                MSGFLAG_READ);
       return true;
     case PROP_ID(PR_MESSAGE_SIZE):
-      out = Prop::ofLong(PR_MESSAGE_SIZE, static_cast<int32_t>(sizeOf(it)));
+      out = Prop::ofLong(PR_MESSAGE_SIZE, tagOnly ? 0 : static_cast<int32_t>(sizeOf(it)));
       return true;
     case PROP_ID(PR_CHANGE_KEY): {
       // A store's change key changes whenever the item is saved; here,
       // whenever its content does, which also keeps it the same across
       // loads of one file.
+      if (tagOnly) {
+        out = Prop::ofBinary(PR_CHANGE_KEY, Bytes());
+        return true;
+      }
       ContentHash hash;
       hash.add(it);
       Bytes key(8);
@@ -609,12 +595,40 @@ bool Profile::computedItemProp(size_t store, const Item& it, bool forTable, ULON
       const LONG type = propId == PROP_ID(PR_DISPLAY_TO)
                             ? MAPI_TO
                             : (propId == PROP_ID(PR_DISPLAY_CC) ? MAPI_CC : MAPI_BCC);
-      out = Prop::ofText(PROP_TAG(PT_UNICODE, propId), joinNames(it, type));
+      out = Prop::ofText(PROP_TAG(PT_UNICODE, propId), tagOnly ? u"" : joinNames(it, type));
       return true;
     }
     default:
       return false;
   }
+}
+
+void Profile::rowPropTags(const TableRow& row, std::vector<ULONG>& tags) {
+  tags.clear();
+  if (!row.pending) {
+    for (const Prop& p : row.props.all()) tags.push_back(p.tag);
+    return;
+  }
+  // The item's own tags, then the computed ones replacing and following
+  // them as their values would, without computing the costly values.
+  for (const Prop& p : row.item->props.all()) tags.push_back(p.tag);
+  auto indexOf = [&tags](ULONG id) {
+    for (size_t i = 0; i < tags.size(); ++i)
+      if (PROP_ID(tags[i]) == id) return i;
+    return tags.size();
+  };
+  Prop value;
+  for (ULONG id : kSetIds) {
+    if (!computedItemProp(row.store, *row.item, true, id, value, true)) continue;
+    const size_t at = indexOf(id);
+    if (at < tags.size())
+      tags[at] = value.tag;
+    else
+      tags.push_back(value.tag);
+  }
+  for (ULONG id : kDefaultIds)
+    if (indexOf(id) == tags.size() && computedItemProp(row.store, *row.item, true, id, value, true))
+      tags.push_back(value.tag);
 }
 
 void Profile::addComputedItemProps(size_t store, const Item& it, bool forTable, PropList& out) {

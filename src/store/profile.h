@@ -182,7 +182,9 @@ class Profile : public std::enable_shared_from_this<Profile> {
   // What itemProps adds to an item's own properties.
   void addComputedItemProps(size_t store, const Item& it, bool forTable, PropList& out);
   // One of those values; false when the item gets none of that identifier.
-  bool computedItemProp(size_t store, const Item& it, bool forTable, ULONG propId, Prop& out);
+  // `tagOnly`: only out's tag is meant; costly values are left empty.
+  bool computedItemProp(size_t store, const Item& it, bool forTable, ULONG propId, Prop& out,
+                        bool tagOnly = false);
 
   mutable std::recursive_mutex lock_;  // guards everything below
   std::vector<std::unique_ptr<Store>> stores_;

@@ -343,6 +343,26 @@ TEST_F(TableTest, QueryColumnsGivesTheSetColumnsOrEveryColumn) {
   EXPECT_EQ(table->SetColumns(tags.get(), 0), S_OK);
 }
 
+// Every-column queries list a row's tags without making its values; the
+// list must be the one its values would give, in their order.
+TEST_F(TableTest, ARowsTagsAreThoseOfItsValues) {
+  std::lock_guard<std::recursive_mutex> lock(profile_->mutex());
+  size_t rows = 0;
+  for (const char* key : {"inbox", "calendar", "contacts", "tasks"}) {
+    TableSource source;
+    source.folder = profile_->byKey(key).id;
+    for (const TableRow& row : profile_->rows(source)) {
+      std::vector<ULONG> tags;
+      profile_->rowPropTags(row, tags);
+      std::vector<ULONG> expected;
+      for (const Prop& p : profile_->rowProps(row).all()) expected.push_back(p.tag);
+      EXPECT_EQ(tags, expected) << key;
+      ++rows;
+    }
+  }
+  EXPECT_GE(rows, 4u);
+}
+
 TEST_F(TableTest, HrQueryAllRowsFindsTheDefaultStore) {
   ComPtr<IMAPITable> stores;
   ASSERT_EQ(session_->GetMsgStoresTable(0, stores.put()), S_OK);
