@@ -23,7 +23,14 @@
 // block, so libpff's allocations (plain malloc) are seen as well as the
 // model's (operator new ends in malloc). glibc's entry points do the work.
 // Sanitizers bring their own allocator: no counters under them.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || \
+    __has_feature(memory_sanitizer)
+#define FERRANT_BENCH_SANITIZED 1
+#endif
+#endif
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || \
+    defined(FERRANT_BENCH_SANITIZED)
 #define FERRANT_BENCH_HEAP 0
 #else
 #define FERRANT_BENCH_HEAP 1
@@ -114,7 +121,7 @@ class HeapWatch {
   }
 
  private:
-  long long base_ = 0;
+  [[maybe_unused]] long long base_ = 0;
 };
 
 // The payload of a value as held: the bytes of texts, binaries and
