@@ -171,6 +171,21 @@ bool wrappedNid(const Bytes& id, const Bytes& recordKey, uint32_t& nid) {
   return true;
 }
 
+// Code pages whose bytes below 0x80 are ASCII (not the 7-bit ones that
+// shift with escapes, nor UTF-7 or UTF-16).
+bool asciiCompatible(uint32_t cp) {
+  return cp == 874 || cp == 932 || cp == 936 || cp == 949 || cp == 950 ||
+         (cp >= 1250 && cp <= 1258) || cp == 20127 || cp == 20866 || cp == 21866 ||
+         (cp >= 28591 && cp <= 28605) || cp == 51932 || cp == 51936 || cp == 51949 || cp == 54936 ||
+         cp == 65001;
+}
+
+bool isAscii(const std::string& bytes) {
+  for (char c : bytes)
+    if (static_cast<unsigned char>(c) >= 0x80) return false;
+  return true;
+}
+
 }  // namespace
 
 std::vector<Bytes> completeOneOffMembers(
@@ -643,8 +658,13 @@ class Loader {
     if (html && (html->type == PT_BINARY || html->type == PT_STRING8)) {
       uint32_t cp = longProp(raw, kInternetCpidId);
       if (cp == 0) cp = codePage;
-      item.props.set(Prop::ofText(PR_BODY_HTML_W,
-                                  fromCodePage(cp, bytes8(html->data.data(), html->data.size()))));
+      std::string bytes = bytes8(html->data.data(), html->data.size());
+      // UTF-8, or ASCII in a code page that agrees with it, is kept as it
+      // is: half the room of UTF-16 and no conversion (most HTML is ASCII).
+      if (cp == 65001 || (asciiCompatible(cp) && isAscii(bytes)))
+        item.props.set(Prop::ofUtf8Text(PR_BODY_HTML_W, std::move(bytes)));
+      else
+        item.props.set(Prop::ofText(PR_BODY_HTML_W, fromCodePage(cp, bytes)));
       return;
     }
     if (item.props.find(kHtmlId)) return;
