@@ -63,6 +63,7 @@ class IdTranslator {
     Item out;
     out.props = props(fresh.props);
     out.associated = fresh.associated;
+    out.sourceHash = fresh.sourceHash;
     for (const Recipient& r : fresh.recipients) out.recipients.push_back(Recipient{props(r.props)});
     for (const Attachment& a : fresh.attachments) {
       Attachment copy;
@@ -83,6 +84,23 @@ class IdTranslator {
   std::map<std::string, size_t> uids_;
   std::vector<NidMap> nids_;
 };
+
+// A deep copy of a live item (embedded messages included).
+Item copyOf(const Item& live) {
+  Item out;
+  out.props = live.props;
+  out.associated = live.associated;
+  out.sourceHash = live.sourceHash;
+  out.recipients = live.recipients;
+  for (const Attachment& a : live.attachments) {
+    Attachment copy;
+    copy.props = a.props;
+    copy.data = a.data;
+    if (a.embedded) copy.embedded = std::make_shared<Item>(copyOf(*a.embedded));
+    out.attachments.push_back(std::move(copy));
+  }
+  return out;
+}
 
 // ---- Equality of content ------------------------------------------------------
 bool sameProps(const PropList& a, const PropList& b) {
@@ -154,6 +172,10 @@ struct FolderPair {
   // Filled by matchItems: the live item of each fresh item (null: new).
   std::vector<std::shared_ptr<Item>> matches;
 };
+
+// A fresh item left unbuilt has no live item to vouch for it any more: the
+// file is loaded again, whole.
+struct NeedsFullLoad {};
 
 class RestartNeeded {
  public:
@@ -256,6 +278,10 @@ class Planner {
       } else if (nextKeyless < keyless.size()) {
         match = keyless[nextKeyless++];
       }
+      if (item->unbuilt) {
+        if (match && match->sourceHash != item->sourceHash) throw NeedsFullLoad{};
+        if (!match) unbuiltSource(pair.store, key->second, *item);  // checked here, copied later
+      }
       if (match) ids_.nids(pair.store)[item->nid] = match->nid;
       pair.matches.push_back(match);
     }
@@ -318,18 +344,30 @@ class Planner {
     uint32_t previous = 0;
     for (size_t i = 0; i < pair.fresh->items.size(); ++i) {
       const auto& match = pair.matches[i];
-      Item content = ids_.item(*pair.fresh->items[i]);
+      const Item& fresh = *pair.fresh->items[i];
+      const bool unbuilt = fresh.unbuilt;
+      // An unbuilt item holds what its live namesake holds, here or elsewhere.
+      Item content =
+          !unbuilt ? ids_.item(fresh)
+          : match
+              ? Item{}
+              : copyOf(unbuiltSource(
+                    pair.store, freshKeys_.at(fresh.nid + (uint64_t{pair.store} << 32)), fresh));
       const uint32_t nid = match ? match->nid : ids_.nids(pair.store).at(pair.fresh->items[i]->nid);
       if (match) {
         const bool moves = !stays.count(nid);
         if (moves) order.erase(std::find(order.begin(), order.end(), nid));
-        if (moves || !sameItem(content, *match)) {
+        if (moves && unbuilt) content = copyOf(*match);
+        if (moves || (!unbuilt && !sameItem(content, *match))) {
           const size_t at =
               moves
                   ? afterOf(order, previous)
                   : static_cast<size_t>(std::find(order.begin(), order.end(), nid) - order.begin());
           if (moves) order.insert(order.begin() + static_cast<ptrdiff_t>(at), nid);
           steps.push_back(Step{Step::Kind::Replace, itemRef(nid), at, std::move(content), 0});
+        } else if (!unbuilt) {
+          // The same content from other text (spacing, say): known by this text from now on.
+          match->sourceHash = fresh.sourceHash;
         }
       } else {
         const size_t at = afterOf(order, previous);
@@ -362,6 +400,16 @@ class Planner {
     return out;
   }
 
+  // The live item an unbuilt fresh item stands for, in whichever folder of
+  // the store it is.
+  const Item& unbuiltSource(size_t store, const std::string& key, const Item& fresh) {
+    const Ref ref = live_.byKey(key);
+    auto source =
+        ref.kind == Ref::Kind::Item && ref.store == store ? live_.item(store, ref.id) : nullptr;
+    if (!source || !source->parent || source->sourceHash != fresh.sourceHash) throw NeedsFullLoad{};
+    return *source;
+  }
+
   Profile& live_;
   Profile& fresh_;
   IdTranslator ids_;
@@ -370,20 +418,21 @@ class Planner {
   std::map<uint64_t, std::string> freshKeys_;
 };
 
-}  // namespace
-
-ReloadResult reloadProfile(Profile& live, Profile& fresh) {
+// False when `fresh` holds unbuilt items that `live` no longer vouches for;
+// then nothing changed.
+bool apply(Profile& live, Profile& fresh, ReloadResult& result) {
   PIM_ENTRY("PIM::store::reloadProfile");
-  ReloadResult result;
   Planner planner(live, fresh);
   try {
     std::scoped_lock guard(live.mutex(), fresh.mutex());
     planner.plan();
+  } catch (const NeedsFullLoad&) {
+    return false;
   } catch (const RestartNeeded& e) {
     result.status = ReloadResult::Status::RestartNeeded;
     result.error = "the store cannot follow this change without a restart: " + e.what();
     PIM_LOG_ERR("Store file not reloaded: " << result.error);
-    return result;
+    return true;
   }
   // One change at a time, each notifying on this thread outside the lock.
   for (Step& step : planner.steps) {
@@ -407,21 +456,63 @@ ReloadResult reloadProfile(Profile& live, Profile& fresh) {
   result.status =
       result.folders.empty() ? ReloadResult::Status::Unchanged : ReloadResult::Status::Applied;
   PIM_LOG_MSG("Store file reloaded: " << result.folders.size() << " folders changed.");
+  return true;
+}
+
+// The live items that still hold what their text said, by key.
+KnownItems knownItems(Profile& live) {
+  std::lock_guard<std::recursive_mutex> guard(live.mutex());
+  KnownItems out;
+  for (const auto& [key, ref] : live.keys()) {
+    if (ref.kind != Ref::Kind::Item) continue;
+    auto item = live.item(ref.store, ref.id);
+    if (item && item->parent && item->sourceHash) out.emplace(key, item->sourceHash);
+  }
+  return out;
+}
+
+std::shared_ptr<Profile> load(const std::u16string& path, const KnownItems* known,
+                              ReloadResult& result) {
+  try {
+    LoadStats stats;
+    auto fresh = loadFixtureFile(path, known, &stats);
+    result.itemsBuilt += stats.itemsBuilt;
+    return fresh;
+  } catch (const FixtureError& e) {
+    result.status = ReloadResult::Status::LoadFailed;
+    result.error = e.what();
+    return nullptr;
+  }
+}
+
+}  // namespace
+
+ReloadResult reloadProfile(Profile& live, Profile& fresh) {
+  PIM_ENTRY("PIM::store::reloadProfile");
+  ReloadResult result;
+  if (!apply(live, fresh, result)) {
+    result.status = ReloadResult::Status::RestartNeeded;
+    result.error = "the store cannot follow this change without a restart: items were not loaded";
+  }
   return result;
 }
 
 ReloadResult reloadFixtureFile(Profile& live, const std::u16string& path) {
   PIM_ENTRY("PIM::store::reloadFixtureFile");
-  std::shared_ptr<Profile> fresh;
-  try {
-    fresh = loadFixtureFile(path);
-  } catch (const FixtureError& e) {
-    ReloadResult result;
-    result.status = ReloadResult::Status::LoadFailed;
-    result.error = e.what();
-    return result;
+  ReloadResult result;
+  // Items whose text is unchanged are not built; should the live profile
+  // change meanwhile so that one is not vouched for, the file is loaded whole.
+  const KnownItems known = knownItems(live);
+  std::shared_ptr<Profile> fresh = load(path, &known, result);
+  if (!fresh) return result;
+  if (apply(live, *fresh, result)) return result;
+  fresh.reset();
+  fresh = load(path, nullptr, result);
+  if (fresh && !apply(live, *fresh, result)) {
+    result.status = ReloadResult::Status::RestartNeeded;
+    result.error = "the store cannot follow this change without a restart: items were not loaded";
   }
-  return reloadProfile(live, *fresh);
+  return result;
 }
 
 // ---- FixtureWatcher --------------------------------------------------------------

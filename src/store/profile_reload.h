@@ -50,6 +50,7 @@ struct ReloadResult {
   Status status = Status::Unchanged;
   std::vector<ChangedFolder> folders;  // in file order
   std::string error;
+  size_t itemsBuilt = 0;  // reloadFixtureFile: items built from the file's text
 };
 
 // Brings `live` in line with `fresh`, a newer load of the same fixture.
