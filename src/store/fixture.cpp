@@ -1071,6 +1071,12 @@ std::shared_ptr<Profile> loadFixtureText(const std::string& text, const std::str
   return loadBytes(text, fileName, nullptr);
 }
 
+std::shared_ptr<Profile> loadFixtureText(const std::string& text, const std::string& fileName,
+                                         const KnownItems* known, LoadStats* stats) {
+  PIM_ENTRY("PIM::store::loadFixtureText");
+  return loadBytes(text, fileName, nullptr, known, stats);
+}
+
 std::filesystem::path nativePath(const std::u16string& path) {
   // Windows paths are UTF-16 already; elsewhere the library takes UTF-8 bytes.
   if constexpr (sizeof(std::filesystem::path::value_type) == sizeof(char16_t))

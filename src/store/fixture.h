@@ -37,6 +37,8 @@ struct LoadStats {
 };
 std::shared_ptr<Profile> loadFixtureFile(const std::u16string& path, const KnownItems* known,
                                          LoadStats* stats);
+std::shared_ptr<Profile> loadFixtureText(const std::string& text, const std::string& fileName,
+                                         const KnownItems* known, LoadStats* stats);
 // The same from text; `fileName` names it in errors.
 std::shared_ptr<Profile> loadFixtureText(const std::string& text, const std::string& fileName);
 

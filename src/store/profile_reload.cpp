@@ -459,18 +459,6 @@ bool apply(Profile& live, Profile& fresh, ReloadResult& result) {
   return true;
 }
 
-// The live items that still hold what their text said, by key.
-KnownItems knownItems(Profile& live) {
-  std::lock_guard<std::recursive_mutex> guard(live.mutex());
-  KnownItems out;
-  for (const auto& [key, ref] : live.keys()) {
-    if (ref.kind != Ref::Kind::Item) continue;
-    auto item = live.item(ref.store, ref.id);
-    if (item && item->parent && item->sourceHash) out.emplace(key, item->sourceHash);
-  }
-  return out;
-}
-
 std::shared_ptr<Profile> load(const std::u16string& path, const KnownItems* known,
                               ReloadResult& result) {
   try {
@@ -486,6 +474,17 @@ std::shared_ptr<Profile> load(const std::u16string& path, const KnownItems* know
 }
 
 }  // namespace
+
+KnownItems knownItems(Profile& live) {
+  std::lock_guard<std::recursive_mutex> guard(live.mutex());
+  KnownItems out;
+  for (const auto& [key, ref] : live.keys()) {
+    if (ref.kind != Ref::Kind::Item) continue;
+    auto item = live.item(ref.store, ref.id);
+    if (item && item->parent && item->sourceHash) out.emplace(key, item->sourceHash);
+  }
+  return out;
+}
 
 ReloadResult reloadProfile(Profile& live, Profile& fresh) {
   PIM_ENTRY("PIM::store::reloadProfile");
