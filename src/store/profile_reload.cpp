@@ -4,6 +4,7 @@
 #include <map>
 #include <mutex>
 #include <string>
+#include <unordered_map>
 #include <utility>
 
 #include "core/debug_logger.h"
@@ -15,7 +16,7 @@
 namespace PIM::store {
 namespace {
 
-using NidMap = std::map<uint32_t, uint32_t>;  // fresh nid -> live nid
+using NidMap = std::unordered_map<uint32_t, uint32_t>;  // fresh nid -> live nid
 
 // The fresh load's entry ids in the live profile's terms. Folders keep their
 // nids, but an item's nid follows its place in the file, and short-term ids
@@ -259,7 +260,8 @@ class Planner {
   // Items are matched within their folder: by key, else by place among the
   // keyless ones.
   void matchItems(FolderPair& pair) {
-    std::map<std::string, std::shared_ptr<Item>> keyed;
+    std::unordered_map<std::string_view, std::shared_ptr<Item>> keyed;
+    keyed.reserve(pair.live->items.size());
     std::vector<std::shared_ptr<Item>> keyless;
     for (const auto& item : pair.live->items) {
       auto key = liveKeys_.find(item->nid + (uint64_t{pair.store} << 32));
@@ -325,7 +327,8 @@ class Planner {
 
     // What stays: the matched items, in live order.
     std::vector<uint32_t> order;  // live nids as the folder will hold them, step by step
-    std::map<uint32_t, size_t> target;
+    std::unordered_map<uint32_t, size_t> target;
+    target.reserve(pair.matches.size());
     for (size_t i = 0; i < pair.matches.size(); ++i)
       if (pair.matches[i]) target[pair.matches[i]->nid] = i;
     for (const auto& item : pair.live->items) {
@@ -337,7 +340,8 @@ class Planner {
     // The longest run already in the new order stays put; the rest move.
     std::vector<size_t> targets;
     for (uint32_t nid : order) targets.push_back(target[nid]);
-    std::map<uint32_t, bool> stays;
+    std::unordered_map<uint32_t, bool> stays;
+    stays.reserve(order.size());
     for (size_t i : longestIncreasing(targets)) stays[order[i]] = true;
 
     // Each item in turn goes right after the one before it in the new order.
@@ -393,8 +397,8 @@ class Planner {
     }
   }
 
-  static std::map<uint64_t, std::string> itemKeys(const Profile& profile) {
-    std::map<uint64_t, std::string> out;
+  static std::unordered_map<uint64_t, std::string> itemKeys(const Profile& profile) {
+    std::unordered_map<uint64_t, std::string> out;
     for (const auto& [key, ref] : profile.keys())
       if (ref.kind == Ref::Kind::Item) out[ref.id + (uint64_t{ref.store} << 32)] = key;
     return out;
@@ -413,9 +417,9 @@ class Planner {
   Profile& live_;
   Profile& fresh_;
   IdTranslator ids_;
-  std::vector<FolderPair> pairs_;             // in the order the loader filled them
-  std::map<uint64_t, std::string> liveKeys_;  // (store << 32 | nid) -> key
-  std::map<uint64_t, std::string> freshKeys_;
+  std::vector<FolderPair> pairs_;                       // in the order the loader filled them
+  std::unordered_map<uint64_t, std::string> liveKeys_;  // (store << 32 | nid) -> key
+  std::unordered_map<uint64_t, std::string> freshKeys_;
 };
 
 // False when `fresh` holds unbuilt items that `live` no longer vouches for;
