@@ -933,23 +933,31 @@ class Loader {
     return it;
   }
 
-  // Whether `j` (whose text is `text`) holds an entry id of a keyed object.
-  static bool namesObjects(const Json& j, std::string_view text) {
+  // Whether `j` (whose text is `text`) holds an entry id of another item.
+  // Stores, folders and address-book entries are made before any item; a
+  // reload checks that their keys mean the same objects.
+  bool namesObjects(const Json& j, std::string_view text) const {
     // Keys may be spelt with escapes; without either, no member can be one.
     if (text.find("IdOf") == std::string_view::npos && text.find('\\') == std::string_view::npos)
       return false;
     return namesObjects(j, 0);
   }
-  static bool namesObjects(const Json& j, int depth) {
+  bool namesObjects(const Json& j, int depth) const {
     if (depth > 2 * kMaxDepth + 8) return true;
     if (j.isArray()) {
       for (size_t i = 0; i < j.size(); ++i)
         if (namesObjects(j[i], depth + 1)) return true;
     } else if (j.isObject()) {
-      for (const Json::Member& m : j.members())
-        if (m.key == "entryIdOf" || m.key == "shortTermEntryIdOf" ||
-            namesObjects(m.value, depth + 1))
+      for (const Json::Member& m : j.members()) {
+        if (m.key == "entryIdOf" || m.key == "shortTermEntryIdOf") {
+          if (!m.value.isString()) return true;
+          const Ref::Kind kind = profile_->byKey(m.value.str()).kind;
+          if (kind != Ref::Kind::Store && kind != Ref::Kind::Folder && kind != Ref::Kind::AbEntry)
+            return true;
+        } else if (namesObjects(m.value, depth + 1)) {
           return true;
+        }
+      }
     }
     return false;
   }

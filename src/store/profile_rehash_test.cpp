@@ -45,6 +45,9 @@ const std::map<std::string, std::string> kItems = {
     {"keyless", R"({"class": "IPM.Note", "props": [{"tag": "PR_SUBJECT_W", "value": "keyless"}]})"},
     {"r1", R"({"key": "r1", "class": "IPM.Note", "props": [{"tag": "PR_SUBJECT_W", "value": "ref"},
       {"tag": "PR_SENDER_ENTRYID", "value": {"entryIdOf": "a2"}}]})"},
+    {"f1",
+     R"({"key": "f1", "class": "IPM.Note", "props": [{"tag": "PR_SUBJECT_W", "value": "filed"},
+      {"tag": "PR_SENDER_ENTRYID", "value": {"entryIdOf": "archive"}}]})"},
     {"b1",
      R"({"key": "b1", "class": "IPM.Note", "props": [{"tag": "PR_SUBJECT_W", "value": "old"}]})"},
 };
@@ -53,6 +56,7 @@ struct Box {
   std::vector<std::string> inbox;
   std::vector<std::string> archive;
   std::string archiveProps;  // the archive folder's "props" member, if any
+  bool swapFolderKeys = false;
 };
 
 std::string boxText(const Box& box) {
@@ -61,11 +65,15 @@ std::string boxText(const Box& box) {
     for (const std::string& n : names) out += (out.empty() ? "\n  " : ",\n  ") + kItems.at(n);
     return out;
   };
+  const std::string inboxKey = box.swapFolderKeys ? "archive" : "inbox";
+  const std::string archiveKey = box.swapFolderKeys ? "inbox" : "archive";
   return R"({"stores": [{"key": "s", "name": "Box", "default": true, "root": {"folders": [
- {"key": "inbox", "name": "Inbox", "class": "IPF.Note", "items": [)" +
-         items(box.inbox) + R"(]},
- {"key": "archive", "name": "Archive", "class": "IPF.Note", )" +
-         box.archiveProps + R"("items": [)" + items(box.archive) + "]}]}}]}";
+ {"key": ")" +
+         inboxKey + R"(", "name": "Inbox", "class": "IPF.Note", "items": [)" + items(box.inbox) +
+         R"(]},
+ {"key": ")" +
+         archiveKey + R"(", "name": "Archive", "class": "IPF.Note", )" + box.archiveProps +
+         R"("items": [)" + items(box.archive) + "]}]}}]}";
 }
 
 const Box kBase{{"a1", "a2", "a3", "a4", "keyless", "r1"}, {"b1"}, ""};
@@ -246,6 +254,16 @@ TEST_F(RehashTest, OnlyChangedItemsAreBuiltAndTheOutcomeIsTheWholeLoads) {
        2},
   };
   for (const Case& c : cases) expectSameBothWays(kBase, c);
+}
+
+TEST_F(RehashTest, EntryIdsOfFoldersAreVouchedForWhileTheirKeysStay) {
+  const Box base{{"a1", "f1"}, {"b1"}, ""};
+  const Case cases[] = {
+      {"unchanged", base, Status::Unchanged, 0},
+      // f1 now names the other folder: the file is loaded again, whole.
+      {"folder keys swapped", {{"a1", "f1"}, {"b1"}, "", true}, Status::Applied, 3},
+  };
+  for (const Case& c : cases) expectSameBothWays(base, c);
 }
 
 TEST_F(RehashTest, ItemsChangedSinceTheLoadAreBuiltAgain) {

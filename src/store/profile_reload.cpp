@@ -215,6 +215,9 @@ class Planner {
     }
     if (!sameAddressBook()) throw RestartNeeded("the address book changed");
     for (FolderPair& pair : pairs_) matchItems(pair);
+    // Unbuilt items may hold entry ids of stores, folders and address-book
+    // entries by key: the keys must name the same objects as before.
+    if (anyUnbuilt_ && !sameObjectKeys()) throw NeedsFullLoad{};
     predictNewNids();
     for (size_t s = 0; s < count; ++s) checkStore(s);
     for (const FolderPair& pair : pairs_)
@@ -281,6 +284,7 @@ class Planner {
         match = keyless[nextKeyless++];
       }
       if (item->unbuilt) {
+        anyUnbuilt_ = true;
         if (match && match->sourceHash != item->sourceHash) throw NeedsFullLoad{};
         if (!match) unbuiltSource(pair.store, key->second, *item);  // checked here, copied later
       }
@@ -404,6 +408,20 @@ class Planner {
     return out;
   }
 
+  bool sameObjectKeys() {
+    for (const auto& [key, ref] : fresh_.keys()) {
+      if (ref.kind == Ref::Kind::Item) continue;
+      Ref expected = ref;
+      if (ref.kind == Ref::Kind::Folder) {
+        auto nid = ids_.nids(ref.store).find(ref.id);
+        if (nid == ids_.nids(ref.store).end()) return false;
+        expected.id = nid->second;
+      }
+      if (!(live_.byKey(key) == expected)) return false;
+    }
+    return true;
+  }
+
   // The live item an unbuilt fresh item stands for, in whichever folder of
   // the store it is.
   const Item& unbuiltSource(size_t store, const std::string& key, const Item& fresh) {
@@ -417,7 +435,8 @@ class Planner {
   Profile& live_;
   Profile& fresh_;
   IdTranslator ids_;
-  std::vector<FolderPair> pairs_;                       // in the order the loader filled them
+  std::vector<FolderPair> pairs_;
+  bool anyUnbuilt_ = false;                             // in the order the loader filled them
   std::unordered_map<uint64_t, std::string> liveKeys_;  // (store << 32 | nid) -> key
   std::unordered_map<uint64_t, std::string> freshKeys_;
 };
