@@ -89,8 +89,14 @@ const char* kindOf(const Json& j) {
 class Loader {
  public:
   // `text` is the document's bytes, which deferred values are read from.
-  Loader(std::string file, std::string_view text, FileBuffer* buffer)
-      : file_(std::move(file)), text_(text), buffer_(buffer), profile_(Profile::create()) {}
+  Loader(std::string file, std::string_view text, FileBuffer* buffer, const KnownItems* known,
+         LoadStats* stats)
+      : file_(std::move(file)),
+        text_(text),
+        buffer_(buffer),
+        known_(known),
+        stats_(stats),
+        profile_(Profile::create()) {}
 
   std::shared_ptr<Profile> load(const Json& doc) {
     const Path root;
@@ -843,8 +849,11 @@ class Loader {
         reader.startArray(items.begin());
         Json one;
         size_t done = items.begin();  // bytes before this are handed back
-        for (size_t i = 0; reader.next(one); ++i) {
-          const Ref ref = profile_->addItem(folder, item(one, p / "items" / i, store, 0));
+        for (size_t i = 0;; ++i) {
+          const size_t start = reader.position();
+          if (!reader.next(one)) break;
+          const Ref ref = profile_->addItem(
+              folder, topItem(one, p / "items" / i, store, span(start, reader.position())));
           setKey(one, p / "items" / i, ref);
           if (buffer_ && reader.position() - done >= kReleaseStep) {
             buffer_->release(done, reader.position() - done);
@@ -854,6 +863,7 @@ class Loader {
         if (buffer_) buffer_->release(done, reader.position() - done);
       } else {
         for (size_t i = 0; i < items.size(); ++i) {
+          countBuilt();
           const Ref ref = profile_->addItem(folder, item(items[i], p / "items" / i, store, 0));
           setKey(items[i], p / "items" / i, ref);
         }
@@ -865,6 +875,118 @@ class Loader {
       for (size_t i = 0; i < children.size(); ++i) {
         const Json& c = children[i];
         fillFolder(c, p / "folders" / i, childFolder(folder, i), store);
+      }
+    }
+  }
+
+  // An item's own text, without the separators around it.
+  std::string_view span(size_t begin, size_t end) const {
+    auto blank = [](char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; };
+    while (begin < end && (blank(text_[begin]) || text_[begin] == ',')) ++begin;
+    while (end > begin && blank(text_[end - 1])) --end;
+    return text_.substr(begin, end - begin);
+  }
+
+  // A hash of the store's number and the text, eight bytes a step: the same
+  // text in another store may mean other named property ids.
+  static uint64_t textHash(std::string_view t, size_t store) {
+    constexpr uint64_t kMul = 0x9E3779B97F4A7C15ull;
+    uint64_t h = (0xcbf29ce484222325ull ^ uint64_t{store}) * kMul ^ t.size();
+    size_t i = 0;
+    for (; i + 8 <= t.size(); i += 8) {
+      uint64_t w;
+      std::memcpy(&w, t.data() + i, 8);
+      h = (h ^ w) * kMul;
+      h ^= h >> 31;
+    }
+    for (; i < t.size(); ++i) h = (h ^ static_cast<unsigned char>(t[i])) * 0x100000001b3ull;
+    h ^= h >> 29;
+    h *= kMul;
+    h ^= h >> 32;
+    return h ? h : 1;
+  }
+
+  void countBuilt() {
+    if (stats_) ++stats_->itemsBuilt;
+  }
+
+  // A folder's item. Its text vouches for its content unless it names other
+  // objects (their entry ids follow the rest of the file) or has no key.
+  Item topItem(const Json& j, const Path& p, size_t store, std::string_view text) {
+    const bool keyed = j.isObject() && j.contains("key") && j["key"].isString();
+    uint64_t hash = 0;
+    if (keyed && !namesObjects(j, text)) hash = textHash(text, store);
+    if (hash && known_) {
+      auto it = known_->find(j["key"].str());
+      if (it != known_->end() && it->second == hash) {
+        // Named properties are numbered in the order the file first uses them.
+        registerNames(j, p, store, 0);
+        Item stub;
+        stub.sourceHash = hash;
+        stub.unbuilt = true;
+        return stub;
+      }
+    }
+    countBuilt();
+    Item it = item(j, p, store, 0);
+    it.sourceHash = hash;
+    return it;
+  }
+
+  // Whether `j` (whose text is `text`) holds an entry id of another item.
+  // Stores, folders and address-book entries are made before any item; a
+  // reload checks that their keys mean the same objects.
+  bool namesObjects(const Json& j, std::string_view text) const {
+    // Keys may be spelt with escapes; without either, no member can be one.
+    if (text.find("IdOf") == std::string_view::npos && text.find('\\') == std::string_view::npos)
+      return false;
+    return namesObjects(j, 0);
+  }
+  bool namesObjects(const Json& j, int depth) const {
+    if (depth > 2 * kMaxDepth + 8) return true;
+    if (j.isArray()) {
+      for (size_t i = 0; i < j.size(); ++i)
+        if (namesObjects(j[i], depth + 1)) return true;
+    } else if (j.isObject()) {
+      for (const Json::Member& m : j.members()) {
+        if (m.key == "entryIdOf" || m.key == "shortTermEntryIdOf") {
+          if (!m.value.isString()) return true;
+          const Ref::Kind kind = profile_->byKey(m.value.str()).kind;
+          if (kind != Ref::Kind::Store && kind != Ref::Kind::Folder && kind != Ref::Kind::AbEntry)
+            return true;
+        } else if (namesObjects(m.value, depth + 1)) {
+          return true;
+        }
+      }
+    }
+    return false;
+  }
+
+  // The named properties item() would register, in the same order.
+  void registerNames(const Json& j, const Path& p, size_t store, int depth) {
+    if (depth > kMaxDepth || !j.isObject()) return;
+    auto listNames = [&](const Json& owner, const Path& op) {
+      if (!owner.isObject() || !owner.contains("props") || !owner["props"].isArray()) return;
+      const Json& list = owner["props"];
+      for (size_t i = 0; i < list.size(); ++i) {
+        if (!list[i].isObject() || !list[i].contains("named")) continue;
+        const Path np = op / "props" / i / "named";
+        if (!profile_->namedPropId(store, propName(list[i]["named"], np)))
+          fail(np, "the store has no more named property ids");
+      }
+    };
+    listNames(j, p);
+    if (j.contains("recipients") && j["recipients"].isArray()) {
+      const Json& r = j["recipients"];
+      for (size_t i = 0; i < r.size(); ++i) listNames(r[i], p / "recipients" / i);
+    }
+    if (j.contains("attachments") && j["attachments"].isArray()) {
+      const Json& a = j["attachments"];
+      for (size_t i = 0; i < a.size(); ++i) {
+        const Path ap = p / "attachments" / i;
+        listNames(a[i], ap);
+        if (a[i].isObject() && a[i].contains("embedded"))
+          registerNames(a[i]["embedded"], ap / "embedded", store, depth + 1);
       }
     }
   }
@@ -920,6 +1042,8 @@ class Loader {
   std::string file_;
   std::string_view text_;
   FileBuffer* buffer_;
+  const KnownItems* known_;
+  LoadStats* stats_;
   std::shared_ptr<Profile> profile_;
 };
 
@@ -939,7 +1063,8 @@ std::string lineAndColumn(std::string_view text, size_t byte) {
 // `buffer`, when given, holds `text`: the parts read for the last time are
 // handed back as the items are built.
 std::shared_ptr<Profile> loadBytes(std::string_view text, const std::string& fileName,
-                                   FileBuffer* buffer) {
+                                   FileBuffer* buffer, const KnownItems* known = nullptr,
+                                   LoadStats* stats = nullptr) {
   // The whole text is checked first, so a syntax error anywhere is reported
   // before any meaning; the folders' items stay in the text until read.
   Json doc;
@@ -951,7 +1076,7 @@ std::shared_ptr<Profile> loadBytes(std::string_view text, const std::string& fil
                        ": invalid JSON: " + e.what());
   }
   try {
-    return Loader(fileName, text, buffer).load(doc);
+    return Loader(fileName, text, buffer, known, stats).load(doc);
   } catch (const JsonError& e) {
     // Read once already; only a changed text could fail here.
     throw FixtureError(fileName + ": invalid JSON: " + e.what());
@@ -965,6 +1090,12 @@ std::shared_ptr<Profile> loadFixtureText(const std::string& text, const std::str
   return loadBytes(text, fileName, nullptr);
 }
 
+std::shared_ptr<Profile> loadFixtureText(const std::string& text, const std::string& fileName,
+                                         const KnownItems* known, LoadStats* stats) {
+  PIM_ENTRY("PIM::store::loadFixtureText");
+  return loadBytes(text, fileName, nullptr, known, stats);
+}
+
 std::filesystem::path nativePath(const std::u16string& path) {
   // Windows paths are UTF-16 already; elsewhere the library takes UTF-8 bytes.
   if constexpr (sizeof(std::filesystem::path::value_type) == sizeof(char16_t))
@@ -974,11 +1105,17 @@ std::filesystem::path nativePath(const std::u16string& path) {
 }
 
 std::shared_ptr<Profile> loadFixtureFile(const std::u16string& path) {
+  return loadFixtureFile(path, nullptr, nullptr);
+}
+
+std::shared_ptr<Profile> loadFixtureFile(const std::u16string& path, const KnownItems* known,
+                                         LoadStats* stats) {
   PIM_ENTRY("PIM::store::loadFixtureFile");
   const std::string name = toUtf8(path);
   const std::unique_ptr<FileBuffer> buffer = FileBuffer::read(path);
   if (!buffer) throw FixtureError(name + ": cannot be opened");
-  return loadBytes(std::string_view(buffer->data(), buffer->size()), name, buffer.get());
+  return loadBytes(std::string_view(buffer->data(), buffer->size()), name, buffer.get(), known,
+                   stats);
 }
 
 }  // namespace PIM::store

@@ -16,6 +16,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <unordered_map>
 
 #include "store/profile.h"
 
@@ -27,6 +28,17 @@ class FixtureError : public std::runtime_error {
 };
 
 std::shared_ptr<Profile> loadFixtureFile(const std::u16string& path);
+
+// For reloads: the items already loaded, as item key -> Item::sourceHash.
+// A keyed item whose text hashes the same is not built but left `unbuilt`.
+using KnownItems = std::unordered_map<std::string, uint64_t>;
+struct LoadStats {
+  size_t itemsBuilt = 0;  // items of folders built from their text
+};
+std::shared_ptr<Profile> loadFixtureFile(const std::u16string& path, const KnownItems* known,
+                                         LoadStats* stats);
+std::shared_ptr<Profile> loadFixtureText(const std::string& text, const std::string& fileName,
+                                         const KnownItems* known, LoadStats* stats);
 // The same from text; `fileName` names it in errors.
 std::shared_ptr<Profile> loadFixtureText(const std::string& text, const std::string& fileName);
 

@@ -91,8 +91,9 @@ int main(int argc, char** argv) {
     start = std::chrono::steady_clock::now();
     const ReloadResult result = reloadFixtureFile(*live, PIM::fromUtf8(argv[2]));
     const double reload = secondsSince(start);
-    std::printf("load_s=%.3f reload_s=%.3f status=%s folders=%zu notifications=%llu\n", load,
-                reload, statusName(result.status), result.folders.size(), sink.events);
+    std::printf("load_s=%.3f reload_s=%.3f built=%zu status=%s folders=%zu notifications=%llu\n",
+                load, reload, result.itemsBuilt, statusName(result.status), result.folders.size(),
+                sink.events);
     if (result.status != ReloadResult::Status::Applied) {
       std::fprintf(
           stderr, "ferrant-reload-time: %s\n",

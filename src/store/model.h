@@ -136,6 +136,12 @@ struct Item {
   bool associated = false;  // folder-associated (hidden) contents
   // Set by the store: 0 for embedded messages, which have no entry id.
   uint32_t nid = 0;
+  // A hash of the fixture text (and store) the item was built from, while it
+  // still holds just that; 0 when unknown or changed since.
+  uint64_t sourceHash = 0;
+  // A reload's stand-in for an item whose text has not changed: nothing but
+  // its key and sourceHash was read.
+  bool unbuilt = false;
   Folder* parent = nullptr;
 };
 

@@ -263,6 +263,7 @@ bool Profile::modifyItem(const Ref& ref, const std::vector<Prop>& set,
     if (!it || !it->parent) return false;
     for (const Prop& p : set) it->props.set(p);
     for (ULONG id : removeIds) it->props.erase(id);
+    it->sourceHash = 0;  // no longer what the file said
     ++version_;
     collectFolder(ref.store, it->parent->nid, it.get(), true, pending);
   }

@@ -84,6 +84,7 @@ class IdTranslator {
     Item out;
     out.props = props(fresh.props);
     out.associated = fresh.associated;
+    out.sourceHash = fresh.sourceHash;
     for (const Recipient& r : fresh.recipients) out.recipients.push_back(Recipient{props(r.props)});
     for (const Attachment& a : fresh.attachments) {
       Attachment copy;
@@ -119,6 +120,23 @@ class IdTranslator {
   std::map<std::string, size_t> uids_;
   std::vector<NidMap> nids_;
 };
+
+// A deep copy of a live item (embedded messages included).
+Item copyOf(const Item& live) {
+  Item out;
+  out.props = live.props;
+  out.associated = live.associated;
+  out.sourceHash = live.sourceHash;
+  out.recipients = live.recipients;
+  for (const Attachment& a : live.attachments) {
+    Attachment copy;
+    copy.props = a.props;
+    copy.data = a.data;
+    if (a.embedded) copy.embedded = std::make_shared<Item>(copyOf(*a.embedded));
+    out.attachments.push_back(std::move(copy));
+  }
+  return out;
+}
 
 // ---- Equality of content ------------------------------------------------------
 bool sameProps(const PropList& a, const PropList& b) {
@@ -175,6 +193,10 @@ struct FolderPair {
   std::vector<std::shared_ptr<Item>> matches;
 };
 
+// A fresh item left unbuilt has no live item to vouch for it any more: the
+// file is loaded again, whole.
+struct NeedsFullLoad {};
+
 class RestartNeeded {
  public:
   explicit RestartNeeded(std::string what) : what_(std::move(what)) {}
@@ -212,6 +234,9 @@ class Planner {
     }
     if (!sameAddressBook()) throw RestartNeeded("the address book changed");
     for (FolderPair& pair : pairs_) matchItems(pair);
+    // Unbuilt items may hold entry ids of stores, folders and address-book
+    // entries by key: the keys must name the same objects as before.
+    if (anyUnbuilt_ && !sameObjectKeys()) throw NeedsFullLoad{};
     predictNewNids();
     for (size_t s = 0; s < count; ++s) checkStore(s);
     for (const FolderPair& pair : pairs_)
@@ -257,7 +282,8 @@ class Planner {
   // Items are matched within their folder: by key, else by place among the
   // keyless ones.
   void matchItems(FolderPair& pair) {
-    std::unordered_map<std::string, std::shared_ptr<Item>> keyed;
+    std::unordered_map<std::string_view, std::shared_ptr<Item>> keyed;
+    keyed.reserve(pair.live->items.size());
     std::vector<std::shared_ptr<Item>> keyless;
     for (const auto& item : pair.live->items) {
       auto key = liveKeys_.find(item->nid + (uint64_t{pair.store} << 32));
@@ -275,6 +301,11 @@ class Planner {
         if (it != keyed.end()) match = it->second;
       } else if (nextKeyless < keyless.size()) {
         match = keyless[nextKeyless++];
+      }
+      if (item->unbuilt) {
+        anyUnbuilt_ = true;
+        if (match && match->sourceHash != item->sourceHash) throw NeedsFullLoad{};
+        if (!match) unbuiltSource(pair.store, key->second, *item);  // checked here, copied later
       }
       if (match) ids_.nids(pair.store)[item->nid] = match->nid;
       pair.matches.push_back(match);
@@ -320,6 +351,7 @@ class Planner {
     // What stays: the matched items, in live order.
     std::vector<uint32_t> order;  // live nids as the folder will hold them, step by step
     std::unordered_map<uint32_t, size_t> target;
+    target.reserve(pair.matches.size());
     for (size_t i = 0; i < pair.matches.size(); ++i)
       if (pair.matches[i]) target[pair.matches[i]->nid] = i;
     for (const auto& item : pair.live->items) {
@@ -332,6 +364,7 @@ class Planner {
     std::vector<size_t> targets;
     for (uint32_t nid : order) targets.push_back(target[nid]);
     std::unordered_set<uint32_t> stays;
+    stays.reserve(order.size());
     for (size_t i : longestIncreasing(targets)) stays.insert(order[i]);
 
     // Each item in turn goes right after the one before it in the new order.
@@ -339,22 +372,35 @@ class Planner {
     for (size_t i = 0; i < pair.fresh->items.size(); ++i) {
       const auto& match = pair.matches[i];
       const Item& fresh = *pair.fresh->items[i];
+      const bool unbuilt = fresh.unbuilt;
       const uint32_t nid = match ? match->nid : ids_.nids(pair.store).at(pair.fresh->items[i]->nid);
       if (match) {
         const bool moves = !stays.count(nid);
         if (moves) order.erase(std::find(order.begin(), order.end(), nid));
-        if (moves || !ids_.same(fresh, *match)) {
+        if (moves || (!unbuilt && !ids_.same(fresh, *match))) {
           const size_t at =
               moves
                   ? afterOf(order, previous)
                   : static_cast<size_t>(std::find(order.begin(), order.end(), nid) - order.begin());
           if (moves) order.insert(order.begin() + static_cast<ptrdiff_t>(at), nid);
-          steps.push_back(Step{Step::Kind::Replace, itemRef(nid), at, ids_.item(fresh), 0});
+          // An unbuilt item holds what its live namesake holds.
+          steps.push_back(Step{Step::Kind::Replace, itemRef(nid), at,
+                               unbuilt ? copyOf(*match) : ids_.item(fresh), 0});
+        } else if (!unbuilt) {
+          // The same content from other text (spacing, say): known by this text from now on.
+          match->sourceHash = fresh.sourceHash;
         }
       } else {
         const size_t at = afterOf(order, previous);
         order.insert(order.begin() + static_cast<ptrdiff_t>(at), nid);
-        steps.push_back(Step{Step::Kind::Insert, folderRef, at, ids_.item(fresh), nid});
+        // An unbuilt item new here holds what its live namesake elsewhere holds.
+        steps.push_back(Step{
+            Step::Kind::Insert, folderRef, at,
+            unbuilt
+                ? copyOf(unbuiltSource(
+                      pair.store, freshKeys_.at(fresh.nid + (uint64_t{pair.store} << 32)), fresh))
+                : ids_.item(fresh),
+            nid});
       }
       previous = nid;
     }
@@ -382,28 +428,54 @@ class Planner {
     return out;
   }
 
+  bool sameObjectKeys() {
+    for (const auto& [key, ref] : fresh_.keys()) {
+      if (ref.kind == Ref::Kind::Item) continue;
+      Ref expected = ref;
+      if (ref.kind == Ref::Kind::Folder) {
+        auto nid = ids_.nids(ref.store).find(ref.id);
+        if (nid == ids_.nids(ref.store).end()) return false;
+        expected.id = nid->second;
+      }
+      if (!(live_.byKey(key) == expected)) return false;
+    }
+    return true;
+  }
+
+  // The live item an unbuilt fresh item stands for, in whichever folder of
+  // the store it is.
+  const Item& unbuiltSource(size_t store, const std::string& key, const Item& fresh) {
+    const Ref ref = live_.byKey(key);
+    auto source =
+        ref.kind == Ref::Kind::Item && ref.store == store ? live_.item(store, ref.id) : nullptr;
+    if (!source || !source->parent || source->sourceHash != fresh.sourceHash) throw NeedsFullLoad{};
+    return *source;
+  }
+
   Profile& live_;
   Profile& fresh_;
   IdTranslator ids_;
-  std::vector<FolderPair> pairs_;                       // in the order the loader filled them
+  std::vector<FolderPair> pairs_;  // in the order the loader filled them
+  bool anyUnbuilt_ = false;
   std::unordered_map<uint64_t, std::string> liveKeys_;  // (store << 32 | nid) -> key
   std::unordered_map<uint64_t, std::string> freshKeys_;
 };
 
-}  // namespace
-
-ReloadResult reloadProfile(Profile& live, Profile& fresh) {
+// False when `fresh` holds unbuilt items that `live` no longer vouches for;
+// then nothing changed.
+bool apply(Profile& live, Profile& fresh, ReloadResult& result) {
   PIM_ENTRY("PIM::store::reloadProfile");
-  ReloadResult result;
   Planner planner(live, fresh);
   try {
     std::scoped_lock guard(live.mutex(), fresh.mutex());
     planner.plan();
+  } catch (const NeedsFullLoad&) {
+    return false;
   } catch (const RestartNeeded& e) {
     result.status = ReloadResult::Status::RestartNeeded;
     result.error = "the store cannot follow this change without a restart: " + e.what();
     PIM_LOG_ERR("Store file not reloaded: " << result.error);
-    return result;
+    return true;
   }
   // One change at a time, each notifying on this thread outside the lock.
   for (Step& step : planner.steps) {
@@ -427,21 +499,62 @@ ReloadResult reloadProfile(Profile& live, Profile& fresh) {
   result.status =
       result.folders.empty() ? ReloadResult::Status::Unchanged : ReloadResult::Status::Applied;
   PIM_LOG_MSG("Store file reloaded: " << result.folders.size() << " folders changed.");
+  return true;
+}
+
+std::shared_ptr<Profile> load(const std::u16string& path, const KnownItems* known,
+                              ReloadResult& result) {
+  try {
+    LoadStats stats;
+    auto fresh = loadFixtureFile(path, known, &stats);
+    result.itemsBuilt += stats.itemsBuilt;
+    return fresh;
+  } catch (const FixtureError& e) {
+    result.status = ReloadResult::Status::LoadFailed;
+    result.error = e.what();
+    return nullptr;
+  }
+}
+
+}  // namespace
+
+KnownItems knownItems(Profile& live) {
+  std::lock_guard<std::recursive_mutex> guard(live.mutex());
+  KnownItems out;
+  for (const auto& [key, ref] : live.keys()) {
+    if (ref.kind != Ref::Kind::Item) continue;
+    auto item = live.item(ref.store, ref.id);
+    if (item && item->parent && item->sourceHash) out.emplace(key, item->sourceHash);
+  }
+  return out;
+}
+
+ReloadResult reloadProfile(Profile& live, Profile& fresh) {
+  PIM_ENTRY("PIM::store::reloadProfile");
+  ReloadResult result;
+  if (!apply(live, fresh, result)) {
+    result.status = ReloadResult::Status::RestartNeeded;
+    result.error = "the store cannot follow this change without a restart: items were not loaded";
+  }
   return result;
 }
 
 ReloadResult reloadFixtureFile(Profile& live, const std::u16string& path) {
   PIM_ENTRY("PIM::store::reloadFixtureFile");
-  std::shared_ptr<Profile> fresh;
-  try {
-    fresh = loadFixtureFile(path);
-  } catch (const FixtureError& e) {
-    ReloadResult result;
-    result.status = ReloadResult::Status::LoadFailed;
-    result.error = e.what();
-    return result;
+  ReloadResult result;
+  // Items whose text is unchanged are not built; should the live profile
+  // change meanwhile so that one is not vouched for, the file is loaded whole.
+  const KnownItems known = knownItems(live);
+  std::shared_ptr<Profile> fresh = load(path, &known, result);
+  if (!fresh) return result;
+  if (apply(live, *fresh, result)) return result;
+  fresh.reset();
+  fresh = load(path, nullptr, result);
+  if (fresh && !apply(live, *fresh, result)) {
+    result.status = ReloadResult::Status::RestartNeeded;
+    result.error = "the store cannot follow this change without a restart: items were not loaded";
   }
-  return reloadProfile(live, *fresh);
+  return result;
 }
 
 // ---- FixtureWatcher --------------------------------------------------------------

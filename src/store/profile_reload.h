@@ -31,6 +31,7 @@
 #include <string>
 #include <vector>
 
+#include "store/fixture.h"
 #include "store/profile.h"
 
 namespace PIM::store {
@@ -51,11 +52,17 @@ struct ReloadResult {
   Status status = Status::Unchanged;
   std::vector<ChangedFolder> folders;  // in file order
   std::string error;
+  size_t itemsBuilt = 0;  // reloadFixtureFile: items built from the file's text
 };
 
 // Brings `live` in line with `fresh`, a newer load of the same fixture.
 // `fresh` is only read; it may be dropped afterwards.
 ReloadResult reloadProfile(Profile& live, Profile& fresh);
+
+// The items of `live` that still hold what their fixture text said, for
+// loadFixtureFile/Text to leave unbuilt (then reloadProfile takes them as
+// equal to their live namesakes).
+KnownItems knownItems(Profile& live);
 
 // Loads `path` and applies it as reloadProfile does; a file that does not
 // load gives LoadFailed with the loader's text and changes nothing.
