@@ -22,7 +22,7 @@
 #                  (ferrant-reload-time)
 #   2nd run        a second `ferrant capture` over the same data folder
 # A case whose loaded store would not fit in the memory available now (the
-# store takes up to ~12x the fixture while loading, twice during a reload) is
+# store takes up to ~3x the fixture while loading, twice during a reload) is
 # skipped and says so.
 set -uo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -129,8 +129,8 @@ for n in "${sizes[@]}"; do
     fi
     rm -f "$fixture.tmp"
     fixture_bytes=$(stat -c %s "$fixture")
-    if ((fixture_bytes * 24 > $(available))); then
-      echo "| $kind | $n | $(mib "$fixture_bytes") | skipped: a reload would need ~$(mib $((fixture_bytes * 24))) MiB, $(mib "$(available)") MiB available | | | | | | | | | | |"
+    if ((fixture_bytes * 6 > $(available))); then
+      echo "| $kind | $n | $(mib "$fixture_bytes") | skipped: a reload would need ~$(mib $((fixture_bytes * 6))) MiB, $(mib "$(available)") MiB available | | | | | | | | | | |"
       rm -rf "$case_dir"
       continue
     fi

@@ -8,6 +8,7 @@
 #include <memory>
 #include <system_error>
 
+#include "app/data_index_reader.h"
 #include "capture/monitored_folder.h"
 #include "core/debug_logger.h"
 #include "core/utils.h"
@@ -172,25 +173,12 @@ std::string formatFingerprints(const Fingerprints& fingerprints) {
 
 bool readFingerprints(const std::u16string& dataFolder, Fingerprints& read, std::string& error) {
   read = Fingerprints();
-  const std::filesystem::path path(pathIn(dataFolder, kFingerprintFileName));
-  std::error_code code;
-  if (!std::filesystem::exists(path, code)) return true;
-  const auto size = std::filesystem::file_size(path, code);
-  if (code) {
-    error = "cannot be read: " + code.message();
+  std::string bytes;
+  bool found = false;
+  if (!readSmallFile(pathIn(dataFolder, kFingerprintFileName), kMaxFingerprintBytes, "fingerprints",
+                     bytes, found, error))
     return false;
-  }
-  if (size > kMaxFingerprintBytes) {
-    error = "too large (" + std::to_string(size) + " bytes)";
-    return false;
-  }
-  std::ifstream in(path, std::ios::binary);
-  std::string bytes(static_cast<size_t>(size), '\0');
-  if (!in.read(bytes.data(), static_cast<std::streamsize>(bytes.size()))) {
-    error = "cannot be read";
-    return false;
-  }
-  return parseFingerprints(bytes, read, error);
+  return !found || parseFingerprints(bytes, read, error);
 }
 
 bool writeFingerprints(const std::u16string& dataFolder, const Fingerprints& fingerprints) {

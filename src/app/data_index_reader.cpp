@@ -160,28 +160,40 @@ bool parseDataDirectory(std::string_view bytes, std::vector<DataDirectoryEntry>&
   return false;
 }
 
-bool readDataDirectory(const std::u16string& folder, std::vector<DataDirectoryEntry>& entries,
-                       std::string& error) {
-  entries.clear();
-  const std::filesystem::path path(folder + kPathSeparator + kDataDirectoryName);
+bool readSmallFile(const std::u16string& path, size_t maxBytes, const char* kind,
+                   std::string& bytes, bool& found, std::string& error) {
+  bytes.clear();
+  const std::filesystem::path file(path);
   std::error_code code;
-  if (!std::filesystem::exists(path, code)) return true;
-  const auto size = std::filesystem::file_size(path, code);
+  found = std::filesystem::exists(file, code);
+  if (!found) return true;
+  const auto size = std::filesystem::file_size(file, code);
   if (code) {
     error = "cannot be read: " + code.message();
     return false;
   }
-  if (size > kMaxDataDirectoryBytes) {
-    error = "too large for an index (" + std::to_string(size) + " bytes)";
+  if (size > maxBytes) {
+    error = std::string("too large for ") + kind + " (" + std::to_string(size) + " bytes)";
     return false;
   }
-  std::ifstream in(path, std::ios::binary);
-  std::string bytes(static_cast<size_t>(size), '\0');
+  std::ifstream in(file, std::ios::binary);
+  bytes.assign(static_cast<size_t>(size), '\0');
   if (!in.read(bytes.data(), static_cast<std::streamsize>(bytes.size()))) {
     error = "cannot be read";
     return false;
   }
-  return parseDataDirectory(bytes, entries, error);
+  return true;
+}
+
+bool readDataDirectory(const std::u16string& folder, std::vector<DataDirectoryEntry>& entries,
+                       std::string& error) {
+  entries.clear();
+  std::string bytes;
+  bool found = false;
+  if (!readSmallFile(folder + kPathSeparator + kDataDirectoryName, kMaxDataDirectoryBytes,
+                     "an index", bytes, found, error))
+    return false;
+  return !found || parseDataDirectory(bytes, entries, error);
 }
 
 }  // namespace PIM

@@ -26,6 +26,12 @@ inline constexpr size_t kMaxDataDirectoryBytes = 1 << 20;
 bool parseDataDirectory(std::string_view bytes, std::vector<DataDirectoryEntry>& entries,
                         std::string& error);
 
+// The bytes of a small file the data folder keeps beside its data files.
+// True with `found` false when there is none; false, with `error` set, when
+// it cannot be read or is larger than `maxBytes` (`kind` names it then).
+bool readSmallFile(const std::u16string& path, size_t maxBytes, const char* kind,
+                   std::string& bytes, bool& found, std::string& error);
+
 // Reads and parses the index in `folder`. True with no entries when there
 // is no index; false, with `error` set, when it cannot be read or parsed.
 bool readDataDirectory(const std::u16string& folder, std::vector<DataDirectoryEntry>& entries,
