@@ -102,9 +102,12 @@ class IdTranslator {
     for (const Prop& p : fresh.all()) {
       const Prop* q = live.find(p.id());
       if (!q) return false;
-      if (*q == p) continue;
-      // Only entry ids differ between the two loads' terms.
-      if (p.type() != PT_BINARY && p.type() != PT_MV_BINARY) return false;
+      if (p.type() != PT_BINARY && p.type() != PT_MV_BINARY) {
+        if (!(*q == p)) return false;
+        continue;
+      }
+      // Binaries are compared in live terms always: the same bytes can name
+      // another item there, when items before it moved.
       PropList one;
       one.set(p);
       if (!(*props(one).find(p.id()) == *q)) return false;

@@ -351,6 +351,28 @@ TEST_F(ReloadTest, EntryIdsInValuesFollowTheirItems) {
   expectLiveIs(moved);
 }
 
+TEST_F(ReloadTest, TheSameEntryIdBytesCanNameAnotherItem) {
+  // m1 and m2 trade places and r1 now names m1: numbered by the new load,
+  // r1's value has the bytes it had, yet it names the other item.
+  const std::string m2 = R"({"key": "m2", "class": "IPM.Note", "props": [
+                  {"tag": "PR_SUBJECT_W", "value": "apples"},
+                  {"tag": "PR_IMPORTANCE", "value": 0},
+                  {"tag": "PR_CLIENT_SUBMIT_TIME", "value": "2024-03-03T09:00:00Z"}]},)";
+  const std::string text =
+      edited(base_, {{m2, ""},
+                     {R"({"key": "m1", )", m2 + R"({"key": "m1", )"},
+                     {R"({"tag": "PR_SENDER_ENTRYID", "value": {"entryIdOf": "m2"}})",
+                      R"({"tag": "PR_SENDER_ENTRYID", "value": {"entryIdOf": "m1"}})"}});
+  EXPECT_EQ(reload(text).status, Status::Applied);
+  const Events seen = events();
+  ASSERT_TRUE(seen.count("reports"));
+  EXPECT_EQ(seen.at("reports"), std::vector<std::string>{"modified About apples"});
+  EXPECT_EQ(
+      profile_->itemCopy(profile_->byKey("r1"))->props.find(PROP_ID(PR_SENDER_ENTRYID))->bin(),
+      profile_->entryId(profile_->byKey("m1")));
+  expectLiveIs(text);
+}
+
 TEST_F(ReloadTest, ChangesBeyondItemsNeedARestartAndChangeNothing) {
   const std::string subject = R"("value": "apples")";
   const std::string pears = R"("value": "pears")";
