@@ -21,4 +21,15 @@ class FileBuffer {
   virtual void release(size_t offset, size_t length) = 0;
 };
 
+// The whole pages inside [offset, offset + length) of a file of `size` bytes
+// held in `capacity` bytes of pages (to the end of them when the range reaches
+// the file's end), as [begin, end); false when there is none.
+inline bool wholePages(size_t offset, size_t length, size_t size, size_t capacity, size_t page,
+                       size_t& begin, size_t& end) {
+  if (offset >= size) return false;
+  begin = (offset + page - 1) / page * page;
+  end = length >= size - offset ? capacity : (offset + length) / page * page;
+  return end > begin;
+}
+
 }  // namespace PIM

@@ -24,11 +24,9 @@ class Win32FileBuffer : public FileBuffer {
   const char* data() const override { return base_ ? base_ : ""; }
   size_t size() const override { return size_; }
   void release(size_t offset, size_t length) override {
-    if (!base_ || offset >= size_) return;
-    const size_t page = pageSize();
-    const size_t begin = (offset + page - 1) / page * page;
-    const size_t end = length >= size_ - offset ? capacity_ : (offset + length) / page * page;
-    if (end > begin) VirtualFree(base_ + begin, end - begin, MEM_DECOMMIT);
+    size_t begin = 0, end = 0;
+    if (base_ && wholePages(offset, length, size_, capacity_, pageSize(), begin, end))
+      VirtualFree(base_ + begin, end - begin, MEM_DECOMMIT);
   }
   char* base_;
   size_t capacity_;
