@@ -117,23 +117,7 @@ struct Live {
     for (const char* key : {"inbox", "archive"}) {
       auto& w = watched[key];
       w = std::make_unique<Watched>();
-      const Ref ref = profile->byKey(key);
-      const Bytes storeId = profile->entryId(profile->storeRef(ref.store));
-      const Bytes folderId = profile->entryId(ref);
-      ComPtr<IMsgStore> store;
-      ComPtr<IMAPIFolder> folder;
-      ULONG type = 0;
-      EXPECT_EQ(
-          session->OpenMsgStore(0, static_cast<ULONG>(storeId.size()),
-                                reinterpret_cast<LPENTRYID>(const_cast<uint8_t*>(storeId.data())),
-                                nullptr, MDB_NO_DIALOG, store.put()),
-          S_OK);
-      EXPECT_EQ(store->OpenEntry(static_cast<ULONG>(folderId.size()),
-                                 reinterpret_cast<LPENTRYID>(const_cast<uint8_t*>(folderId.data())),
-                                 nullptr, 0, &type, folder.putUnknown()),
-                S_OK);
-      EXPECT_EQ(folder->GetContentsTable(0, w->table.put()), S_OK);
-      setColumns(w->table.get(), {PR_SUBJECT_W, PR_INSTANCE_KEY});
+      w->table = contentsOf(session.get(), *profile, profile->byKey(key));
       EXPECT_EQ(w->table->Advise(fnevTableModified, &w->sink, &w->connection), S_OK);
     }
   }

@@ -210,4 +210,26 @@ inline void setColumns(IMAPITable* table, std::initializer_list<ULONG> tags) {
   ASSERT_EQ(table->SetColumns(reinterpret_cast<LPSPropTagArray>(buffer.data()), 0), S_OK);
 }
 
+// A contents table of a folder of `profile`, opened through MAPI.
+inline ComPtr<IMAPITable> contentsOf(IMAPISession* session, Profile& profile,
+                                     const Ref& folderRef) {
+  const Bytes storeId = profile.entryId(profile.storeRef(folderRef.store));
+  const Bytes folderId = profile.entryId(folderRef);
+  ComPtr<IMsgStore> store;
+  ComPtr<IMAPIFolder> folder;
+  ComPtr<IMAPITable> table;
+  ULONG type = 0;
+  EXPECT_EQ(session->OpenMsgStore(0, static_cast<ULONG>(storeId.size()),
+                                  reinterpret_cast<LPENTRYID>(const_cast<uint8_t*>(storeId.data())),
+                                  nullptr, MDB_NO_DIALOG, store.put()),
+            S_OK);
+  EXPECT_EQ(store->OpenEntry(static_cast<ULONG>(folderId.size()),
+                             reinterpret_cast<LPENTRYID>(const_cast<uint8_t*>(folderId.data())),
+                             nullptr, 0, &type, folder.putUnknown()),
+            S_OK);
+  EXPECT_EQ(folder->GetContentsTable(0, table.put()), S_OK);
+  setColumns(table.get(), {PR_SUBJECT_W, PR_INSTANCE_KEY});
+  return table;
+}
+
 }  // namespace PIM::store::testing
