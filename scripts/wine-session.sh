@@ -24,6 +24,10 @@ case ${1:-} in
         grep -q 0x0 && break
       sleep 1
     done
+    # Wine draws the windows' frames and captions itself, as Windows would:
+    # there is no window manager on the virtual display to draw them.
+    wine reg add 'HKCU\Software\Wine\X11 Driver' /v Managed /t REG_SZ /d N /f \
+      </dev/null >/dev/null 2>&1 || true
     ;;
   stop) wineserver -k 2>/dev/null || true ;;
   has32) [ -e /usr/lib/i386-linux-gnu/wine/i386-windows/kernel32.dll ] ;;
