@@ -14,8 +14,10 @@
 // Threads: a dialog belongs to the thread that created it.
 #pragma once
 
-#include <commctrl.h>
+// windows.h first: the common controls' header builds on it.
 #include <windows.h>
+
+#include <commctrl.h>
 
 #include <string>
 
