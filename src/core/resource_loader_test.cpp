@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <map>
 #include <string>
 #include <vector>
@@ -289,12 +290,69 @@ TEST_F(ShippedLanguageFiles, EnglishIsLeftToRightAndComplete) {
   }
 }
 
-TEST_F(ShippedLanguageFiles, HebrewIsRightToLeft) {
-  LogCapture log;
-  ResourceLoader* loader = load(0x040D);
-  EXPECT_EQ(log.messages(), Messages{});
-  EXPECT_TRUE(loader->isRtl());
-  EXPECT_EQ(loader->getStringValue(u"PREFERENCES_CANCEL", u""), u"\u05d1\u05d9\u05d8\u05d5\u05dc");
+// The "%1"/"%2" markers of a text, in order, so that a translation that
+// drops, adds or swaps a number is caught.
+std::u16string placeholders(const std::u16string& text) {
+  std::u16string found;
+  for (size_t i = 0; i + 1 < text.size(); ++i) {
+    if (text[i] == u'%' && text[i + 1] >= u'0' && text[i + 1] <= u'9') found += text.substr(i, 2);
+  }
+  return found;
+}
+
+// Every file in the Language folder: read without a skipped line, the keys
+// and "%1"/"%2" markers of English, and the direction of its script.
+TEST_F(ShippedLanguageFiles, EveryFileIsCompleteAndReadsCleanly) {
+  const std::map<std::u16string, bool> rightToLeft = {
+      {u"ENU", false}, {u"DEU", false}, {u"HEB", true}};
+  const std::u16string folder = getDllPath() + u"Language";
+  ResourceLoader::instance()->readResourceString(folder + kPathSeparator + u"strings.ENU");
+  const Strings english = ResourceLoader::instance()->strings();
+  ASSERT_FALSE(english.empty());
+  std::vector<std::u16string> codes;
+  for (const auto& entry : std::filesystem::directory_iterator(std::filesystem::path(folder))) {
+    const std::u16string name = entry.path().filename().u16string();
+    ASSERT_EQ(name.rfind(u"strings.", 0), 0u) << toUtf8(name);
+    codes.push_back(name.substr(8));
+  }
+  EXPECT_GE(codes.size(), rightToLeft.size());
+  for (const std::u16string& code : codes) {
+    SCOPED_TRACE(toUtf8(code));
+    ResourceLoader::freeInstance();
+    LogCapture log;
+    ResourceLoader* loader = ResourceLoader::instance();
+    loader->readResourceString(folder + kPathSeparator + u"strings." + code);
+    EXPECT_EQ(log.messages(), Messages{});
+    ASSERT_EQ(rightToLeft.count(code), 1u) << "say in this test which way the language is written";
+    EXPECT_EQ(loader->isRtl(), rightToLeft.at(code));
+    std::vector<std::u16string> keys, englishKeys;
+    for (const auto& [key, text] : loader->strings()) keys.push_back(key);
+    for (const auto& [key, text] : english) englishKeys.push_back(key);
+    EXPECT_EQ(keys, englishKeys);
+    for (const auto& [key, text] : english) {
+      EXPECT_EQ(placeholders(loader->getStringValue(key, u"")), placeholders(text))
+          << toUtf8(key) << ": " << toUtf8(loader->getStringValue(key, u""));
+    }
+  }
+}
+
+// The user's language picks its own file, not the English one.
+TEST_F(ShippedLanguageFiles, EachLanguageGetsItsOwnFile) {
+  const struct {
+    uint16_t langId;
+    std::u16string cancel;
+  } cases[] = {
+      {0x0409, u"Cancel"},
+      {0x0407, u"Abbrechen"},
+      {0x040D, u"\u05d1\u05d9\u05d8\u05d5\u05dc"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.langId);
+    ResourceLoader::freeInstance();
+    LogCapture log;
+    EXPECT_EQ(load(c.langId)->getStringValue(u"PREFERENCES_CANCEL", u""), c.cancel);
+    EXPECT_EQ(log.messages(), Messages{});
+  }
 }
 
 }  // namespace
