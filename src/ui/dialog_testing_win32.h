@@ -6,8 +6,31 @@
 #include <windows.h>
 
 #include <functional>
+#include <string>
+
+#include "core/language_file_testing.h"
+#include "core/resource_loader.h"
+#include "core/unicode_file_reader.h"
 
 namespace PIM::testing {
+
+// Replaces the language strings with the lines of `text` ("KEY=text", CR
+// LF between them), as if read from a language file.
+inline void useLanguageText(const std::u16string& text) {
+  ResourceLoader::freeInstance();
+  UnicodeFileReader reader;
+  reader.openBuffer(utf16Bytes(text, true));
+  ResourceLoader::instance()->readResourceString(reader);
+}
+
+// Whether this session can make windows at all (a display is needed).
+inline bool canCreateWindows() {
+  HWND probe = CreateWindowExW(0, L"STATIC", L"", WS_POPUP, 0, 0, 10, 10, nullptr, nullptr,
+                               GetModuleHandleW(nullptr), nullptr);
+  if (!probe) return false;
+  DestroyWindow(probe);
+  return true;
+}
 
 // Delivers the calling thread's messages until `done` answers true; false
 // when it still does not after `limitMs` (a test then fails instead of

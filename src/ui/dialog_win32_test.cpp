@@ -11,15 +11,8 @@
 namespace PIM {
 namespace {
 
+using testing::canCreateWindows;
 using testing::DialogWatchdog;
-
-bool canCreateWindows() {
-  HWND probe = CreateWindowExW(0, L"STATIC", L"", WS_POPUP, 0, 0, 10, 10, nullptr, nullptr,
-                               GetModuleHandleW(nullptr), nullptr);
-  if (!probe) return false;
-  DestroyWindow(probe);
-  return true;
-}
 
 // What the user (or the dialog itself) does once the dialog runs; the first
 // timer tick does it.
