@@ -359,15 +359,27 @@ scenario_failures() {
     "Failed to retrieve the command bar name for bar 1"
 }
 
-# The language files: a German Windows without strings.DEU falls back to
-# English; an add-in without any language file still runs, with empty texts.
+# The language files: a German or Hebrew Windows gets its own texts, a
+# French one (no strings.FRA) falls back to English; an add-in without any
+# language file still runs, with empty texts.
 scenario_language() {
+  local own lang caption
+  for own in "de_DE.UTF-8|Datenerfassung konfigurieren" "he_IL.UTF-8|הגדרות איסוף נתונים"; do
+    lang=${own%%|*} caption=${own#*|}
+    fresh
+    prefs 0 15
+    LC_ALL=$lang LANG=$lang sim --pump 100
+    [ "$sim_status" -eq 0 ] || fail "$lang: the stand-in exited with $sim_status"
+    expect_sim "^button bar=\"Standard\" index=1 caption=\"$caption\""
+    log_has_not "There is no language file" "Unable to resolve Language file path"
+  done
+
   fresh
   prefs 0 15
-  LC_ALL=de_DE.UTF-8 LANG=de_DE.UTF-8 sim --pump 100
-  [ "$sim_status" -eq 0 ] || fail "German: the stand-in exited with $sim_status"
+  LC_ALL=fr_FR.UTF-8 LANG=fr_FR.UTF-8 sim --pump 100
+  [ "$sim_status" -eq 0 ] || fail "French: the stand-in exited with $sim_status"
   expect_sim '^button bar="Standard" index=1 caption="Configure data capture"'
-  log_in_order "There is no language file for the current language & sub language: DE" \
+  log_in_order "There is no language file for the current language & sub language: FR" \
     "Installing toolbar buttons."
   log_has_not "Unable to resolve Language file path"
 
