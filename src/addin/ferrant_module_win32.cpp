@@ -10,6 +10,7 @@
 #include "capture/data_capture.h"
 #include "core/debug_logger.h"
 #include "mapi/com_error.h"
+#include "ui/prefs_sheet_win32.h"
 
 CFerrantModule _Module;
 CFerrantApp theApp;
@@ -59,12 +60,6 @@ class PimAddinFactory final : public IClassFactory {
 };
 
 PimAddinFactory g_factory;
-
-// Configure's action until the preferences sheet is part of the DLL.
-void showPreferences() {
-  PIM_ENTRY("PIM::ShowPreferences");
-  PIM_LOG_MSG("Preferences requested; no preferences sheet in this build.");
-}
 
 }  // namespace
 
@@ -177,7 +172,7 @@ BOOL CFerrantApp::InitInstance() {
     PIM::DataCapture::instance()->captureNow();
     PIM::DataCapture::instance()->showCaptureProgress();
   });
-  window.setConfigureAction(&showPreferences);
+  window.setConfigureAction(&PIM::ShowPreferences);
   return TRUE;
 }
 

@@ -1,0 +1,523 @@
+// The preferences sheet run for real: a driver on the test thread's timer
+// switches pages, types, clicks boxes and buttons, answers the message box,
+// and the test then reads what was saved.
+#include "ui/prefs_sheet_win32.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "addin/outlook_app.h"
+#include "core/utils.h"
+#include "prefs/preferences.h"
+#include "store/store_test_util.h"
+#include "testing/memory_key_store.h"
+#include "testing/test_support.h"
+#include "ui/dialog_testing_win32.h"
+#include "ui/folder_tree.h"
+#include "ui/help_file.h"
+#include "ui/page_controls.h"
+
+namespace PIM {
+namespace {
+
+const wchar_t* wide(const std::u16string& text) {
+  return reinterpret_cast<const wchar_t*>(text.c_str());
+}
+
+std::u16string windowText(HWND window) {
+  wchar_t buffer[1024] = {};
+  const int length = GetWindowTextW(window, buffer, 1024);
+  return std::u16string(reinterpret_cast<const char16_t*>(buffer), size_t(length > 0 ? length : 0));
+}
+
+constexpr char16_t kTitle[] = u"Sheet Under Test";
+
+// The texts the tests see; data fields and folders show their keys and
+// names as they are.
+std::u16string languageText(bool rightToLeft) {
+  return std::u16string(rightToLeft ? u"LANGUAGE_IS_RIGHTTOLEFT=true\r\n" : u"") +
+         u"PREFERENCES_DIALOG_TITLE=" + kTitle +
+         u"\r\n"
+         u"CAPTURE_TAB=Capture \u05D0\r\nDATA_TAB=Data\r\nFOLDERS_TAB=Folders\r\n"
+         u"PREFERENCES_OK=Okay\r\nPREFERENCES_CANCEL=Drop\r\nPREFERENCES_HELP=Assist\r\n"
+         u"ABOUT_PRODUCT_NAME=Product\r\n"
+         u"ERROR_BAD_CAPTURE_PREFERENCES=Corrected:\r\n"
+         u"ERROR_BAD_CAPTURE_INTERVAL=interval %1..%2\r\n"
+         u"ERROR_BAD_CAPTURE_DAYS_BEFORE=before %1..%2\r\n"
+         u"ERROR_BAD_CAPTURE_DAYS_AFTER=after %1..%2\r\n"
+         u"ERROR_BAD_TASK_CAPTURE=tasks %1..%2\r\n"
+         u"ERROR_BAD_EMAIL_CAPTURE=e-mails %1..%2\r\n";
+}
+
+// Steps run one per timer tick on the sheet's thread while the sheet (and
+// any message box over it) runs its own loop. A step answers false to be
+// tried again on the next tick. A run that has not done every step after
+// some seconds fails, and its windows are closed so that the test ends.
+class SheetDriver {
+ public:
+  using Step = std::function<bool(HWND sheet)>;
+
+  void add(const char* name, Step step) { steps_.push_back({name, std::move(step)}); }
+
+  // Runs `show` (which opens the sheet modally) with the steps ticking.
+  void run(const std::function<void()>& show) {
+    current() = this;
+    start_ = GetTickCount();
+    const UINT_PTR timer = SetTimer(nullptr, 0, 15, &SheetDriver::tick);
+    show();
+    KillTimer(nullptr, timer);
+    current() = nullptr;
+  }
+
+  bool done() const { return next_ == steps_.size() && !timedOut_; }
+  std::string stuckAt() const {
+    return next_ < steps_.size() ? steps_[next_].name : (timedOut_ ? "timed out" : "");
+  }
+
+  // The sheet of this thread, or null.
+  static HWND sheet() {
+    HWND found = FindWindowW(L"#32770", wide(kTitle));
+    DWORD process = 0;
+    if (found && GetWindowThreadProcessId(found, &process) != GetCurrentThreadId()) return nullptr;
+    return found;
+  }
+  // A message box (or other dialog) owned by `owner`.
+  static HWND ownedDialog(HWND owner) {
+    struct Search {
+      HWND owner;
+      HWND found;
+    } search{owner, nullptr};
+    EnumThreadWindows(
+        GetCurrentThreadId(),
+        [](HWND window, LPARAM data) -> BOOL {
+          auto* s = reinterpret_cast<Search*>(data);
+          wchar_t name[16] = {};
+          GetClassNameW(window, name, 16);
+          if (window != s->owner && lstrcmpW(name, L"#32770") == 0 &&
+              GetWindow(window, GW_OWNER) == s->owner && IsWindowVisible(window)) {
+            s->found = window;
+            return FALSE;
+          }
+          return TRUE;
+        },
+        reinterpret_cast<LPARAM>(&search));
+    return search.found;
+  }
+
+ private:
+  struct Named {
+    const char* name;
+    Step step;
+  };
+
+  static SheetDriver*& current() {
+    static thread_local SheetDriver* driver = nullptr;
+    return driver;
+  }
+
+  static void CALLBACK tick(HWND, UINT, UINT_PTR, DWORD) {
+    SheetDriver* self = current();
+    if (!self || self->busy_) return;
+    self->busy_ = true;
+    HWND window = sheet();
+    if (GetTickCount() - self->start_ > 20000) {
+      self->timedOut_ = true;
+      if (window) {
+        if (HWND box = ownedDialog(window)) PostMessageW(box, WM_COMMAND, IDOK, 0);
+        PostMessageW(window, WM_COMMAND, MAKEWPARAM(IDCANCEL, BN_CLICKED), 0);
+      }
+    } else if (window && self->next_ < self->steps_.size() &&
+               self->steps_[self->next_].step(window)) {
+      ++self->next_;
+    }
+    self->busy_ = false;
+  }
+
+  std::vector<Named> steps_;
+  size_t next_ = 0;
+  DWORD start_ = 0;
+  bool busy_ = false;
+  bool timedOut_ = false;
+};
+
+HWND page(HWND sheet) { return PropSheet_GetCurrentPageHwnd(sheet); }
+void typeInto(HWND sheet, int id, const wchar_t* text) {
+  SendMessageW(GetDlgItem(page(sheet), id), WM_SETTEXT, 0, reinterpret_cast<LPARAM>(text));
+}
+// As the user's click: the button handles it when the queue reaches it.
+void click(HWND button) { PostMessageW(button, BM_CLICK, 0, 0); }
+bool enabled(HWND sheet, int id) { return IsWindowEnabled(GetDlgItem(page(sheet), id)) != FALSE; }
+
+// Depth first, the first item whose text is `text`.
+HTREEITEM findItem(HWND tree, const std::u16string& text, HTREEITEM from = TVI_ROOT) {
+  HTREEITEM item = from == TVI_ROOT ? TreeView_GetRoot(tree) : TreeView_GetChild(tree, from);
+  for (; item; item = TreeView_GetNextSibling(tree, item)) {
+    wchar_t buffer[256] = {};
+    TVITEMW data = {};
+    data.mask = TVIF_TEXT;
+    data.hItem = item;
+    data.pszText = buffer;
+    data.cchTextMax = 256;
+    TreeView_GetItem(tree, &data);
+    if (text == reinterpret_cast<const char16_t*>(buffer)) return item;
+    if (HTREEITEM below = findItem(tree, text, item)) return below;
+  }
+  return nullptr;
+}
+int checkState(HWND tree, HTREEITEM item) {
+  return int(TreeView_GetItemState(tree, item, TVIS_STATEIMAGEMASK) >> 12);
+}
+// A mouse click on the item's check box, found by the tree's own hit test.
+bool clickBox(HWND tree, HTREEITEM item) {
+  TreeView_EnsureVisible(tree, item);
+  RECT text = {};
+  if (!TreeView_GetItemRect(tree, item, &text, TRUE)) return false;
+  for (LONG x = text.left - 1; x >= 0; --x) {
+    TVHITTESTINFO hit = {};
+    hit.pt = {x, (text.top + text.bottom) / 2};
+    if (TreeView_HitTest(tree, &hit) == item && (hit.flags & TVHT_ONITEMSTATEICON)) {
+      const LPARAM at = MAKELPARAM(hit.pt.x, hit.pt.y);
+      SendMessageW(tree, WM_LBUTTONDOWN, MK_LBUTTON, at);
+      SendMessageW(tree, WM_LBUTTONUP, 0, at);
+      return true;
+    }
+  }
+  return false;
+}
+
+class PrefsSheetTest : public store::testing::StoreTest {
+ protected:
+  void SetUp() override {
+    if (!testing::canCreateWindows()) GTEST_SKIP() << "no window station to create windows in";
+    store::testing::StoreTest::SetUp();
+    OutlookApp::instance()->setMapiSession(session_.get());
+    Preferences::instance().resetToDefaults();
+    Preferences::instance().calendar.folders = {identity("calendar")};
+    testing::useLanguageText(languageText(false));
+  }
+  void TearDown() override {
+    PIMPrefsSheet::setHelpOpener(nullptr);
+    ResourceLoader::freeInstance();
+    Preferences::instance().resetToDefaults();
+    OutlookApp::instance()->setMapiSession(nullptr);
+    store::testing::StoreTest::TearDown();
+  }
+
+  OutlookFolder identity(const std::string& key) const {
+    const store::Ref ref = profile_->byKey(key);
+    return {EntryId(profile_->entryId(ref)),
+            EntryId(profile_->entryId(profile_->storeRef(ref.store)))};
+  }
+
+  // What the key store holds, read into the preferences afresh.
+  static PreferenceValues saved() {
+    Preferences::instance().resetToDefaults();
+    Preferences::instance().read();
+    return Preferences::instance();
+  }
+
+  void runSheet(SheetDriver& driver) {
+    driver.run([] { ShowPreferences(); });
+    EXPECT_TRUE(driver.done()) << "stuck at: " << driver.stuckAt();
+  }
+
+  testing::MemoryKeyStoreEnv keys_;
+};
+
+TEST_F(PrefsSheetTest, BadValuesAreListedInOneMessageCorrectedAndOnlyTheNextOkSaves) {
+  std::u16string message;
+  SheetDriver driver;
+  // The Data page opened and changed: a refused OK must not apply it.
+  driver.add("open data", [](HWND sheet) {
+    PropSheet_SetCurSel(sheet, nullptr, 1);
+    return true;
+  });
+  driver.add("untick status", [](HWND sheet) {
+    HWND tree = GetDlgItem(page(sheet), IDC_DATA_TREE);
+    HTREEITEM status = findItem(tree, u"PREFERENCES_DATA_TASKS_STATUS");
+    return status && clickBox(tree, status) && checkState(tree, status) == 1;
+  });
+  driver.add("back to capture", [](HWND sheet) {
+    PropSheet_SetCurSel(sheet, nullptr, 0);
+    return true;
+  });
+  driver.add("type", [](HWND sheet) {
+    click(GetDlgItem(page(sheet), IDC_CAPTURE_MANUALLY));
+    typeInto(sheet, IDC_CAPTURE_INTERVAL, L"0");
+    typeInto(sheet, IDC_CAPTURE_DAYS_BEFORE, L"-1");
+    typeInto(sheet, IDC_CAPTURE_DAYS_AFTER, L"181");
+    typeInto(sheet, IDC_CAPTURE_TASKS, L"30");
+    typeInto(sheet, IDC_CAPTURE_EMAILS, L"lots");
+    click(GetDlgItem(sheet, IDOK));
+    return true;
+  });
+  driver.add("answer the message", [&message](HWND sheet) {
+    HWND box = SheetDriver::ownedDialog(sheet);
+    if (!box) return false;
+    message = windowText(GetDlgItem(box, 0xFFFF));
+    EXPECT_EQ(toUtf8(windowText(box)), "Product");
+    PostMessageW(box, WM_COMMAND, IDOK, 0);
+    return true;
+  });
+  driver.add("corrected values shown, nothing applied", [](HWND sheet) {
+    if (SheetDriver::ownedDialog(sheet)) return false;
+    const std::pair<int, std::u16string> shown[] = {{IDC_CAPTURE_INTERVAL, u"1"},
+                                                    {IDC_CAPTURE_DAYS_BEFORE, u"0"},
+                                                    {IDC_CAPTURE_DAYS_AFTER, u"180"},
+                                                    {IDC_CAPTURE_TASKS, u"30"},
+                                                    {IDC_CAPTURE_EMAILS, u"1"}};
+    for (const auto& [id, text] : shown)
+      EXPECT_EQ(toUtf8(windowText(GetDlgItem(page(sheet), id))), toUtf8(text)) << id;
+    EXPECT_TRUE(Preferences::instance().tasks.captureStatus.get()) << "Data page applied";
+    EXPECT_EQ(Preferences::instance().captureMode.get(), uint32_t(CaptureAutomatic));
+    click(GetDlgItem(sheet, IDOK));
+    return true;
+  });
+  runSheet(driver);
+
+  EXPECT_EQ(toUtf8(message),
+            "Corrected:\n\ninterval 1..120\nbefore 0..180\nafter 0..180\ne-mails 1..1000");
+  const PreferenceValues values = saved();
+  EXPECT_EQ(values.captureMode.get(), uint32_t(CaptureManual));
+  EXPECT_EQ(values.captureInterval.get(), 1u);
+  EXPECT_EQ(values.calendar.captureDaysBefore.get(), 0u);
+  EXPECT_EQ(values.calendar.captureDaysAfter.get(), 180u);
+  EXPECT_EQ(values.tasks.maxTaskCapture.get(), 30u);
+  EXPECT_EQ(values.email.captureEmailCount.get(), 1u);
+  EXPECT_FALSE(values.tasks.captureStatus.get());
+  EXPECT_TRUE(values.tasks.capturePriority.get());
+  // The Folders page was never opened: its lists are saved as they were.
+  EXPECT_EQ(values.calendar.folders, std::vector<OutlookFolder>({identity("calendar")}));
+}
+
+TEST_F(PrefsSheetTest, OkWithTheCapturePageAloneSavesTheWholeSet) {
+  Preferences::instance().captureMode = CaptureAtStartup;
+  Preferences::instance().contacts.captureHomeFax = false;
+  SheetDriver driver;
+  driver.add("mode shown", [](HWND sheet) {
+    EXPECT_EQ(IsDlgButtonChecked(page(sheet), IDC_CAPTURE_STARTUP), UINT(BST_CHECKED));
+    EXPECT_FALSE(enabled(sheet, IDC_CAPTURE_INTERVAL));
+    EXPECT_EQ(toUtf8(windowText(GetDlgItem(page(sheet), IDC_CAPTURE_EMAILS))), "500");
+    typeInto(sheet, IDC_CAPTURE_TASKS, L" 7 ");
+    click(GetDlgItem(sheet, IDOK));
+    return true;
+  });
+  runSheet(driver);
+  const PreferenceValues values = saved();
+  EXPECT_EQ(values.captureMode.get(), uint32_t(CaptureAtStartup));
+  EXPECT_EQ(values.tasks.maxTaskCapture.get(), 7u);
+  EXPECT_FALSE(values.contacts.captureHomeFax.get());
+  EXPECT_TRUE(values.contacts.captureBusinessFax.get());
+  EXPECT_EQ(values.calendar.folders, std::vector<OutlookFolder>({identity("calendar")}));
+  EXPECT_NE(keys_.store().text().find("maxTaskCapture"), std::string::npos) << keys_.store().text();
+}
+
+TEST_F(PrefsSheetTest, RadioButtonsEnableTheIntervalAndCancelSavesNothing) {
+  SheetDriver driver;
+  struct Click {
+    int radio;
+    bool intervalOn;
+  };
+  for (const Click c : {Click{IDC_CAPTURE_STARTUP, false}, Click{IDC_CAPTURE_AUTOMATIC, true},
+                        Click{IDC_CAPTURE_MANUALLY, false}, Click{IDC_CAPTURE_AUTOMATIC, true}}) {
+    driver.add("click", [c](HWND sheet) {
+      click(GetDlgItem(page(sheet), c.radio));
+      return true;
+    });
+    driver.add("look", [c](HWND sheet) {
+      if (IsDlgButtonChecked(page(sheet), c.radio) != BST_CHECKED) return false;
+      for (int id : {IDC_CAPTURE_INTERVAL, IDC_CAPTURE_EVERY, IDC_CAPTURE_MINUTES})
+        EXPECT_EQ(enabled(sheet, id), c.intervalOn) << "radio " << c.radio << " control " << id;
+      return true;
+    });
+  }
+  driver.add("cancel", [](HWND sheet) {
+    typeInto(sheet, IDC_CAPTURE_TASKS, L"9");
+    click(GetDlgItem(sheet, IDCANCEL));
+    return true;
+  });
+  runSheet(driver);
+  EXPECT_EQ(keys_.store().text(), testing::MemoryKeyStore().text()) << "nothing written";
+}
+
+TEST_F(PrefsSheetTest, FoldersTickedAfterTheLoadAreSaved) {
+  SheetDriver driver;
+  driver.add("open folders", [](HWND sheet) {
+    PropSheet_SetCurSel(sheet, nullptr, 2);
+    return true;
+  });
+  driver.add("tick reports, untick calendar", [](HWND sheet) {
+    HWND tree = GetDlgItem(page(sheet), IDC_FOLDERS_TREE);
+    HTREEITEM reports = findItem(tree, u"Reports");
+    HTREEITEM calendar = findItem(tree, u"Calendar");
+    if (!reports || !calendar) return false;  // still loading
+    EXPECT_EQ(checkState(tree, calendar), 2);
+    EXPECT_EQ(checkState(tree, reports), 1);
+    EXPECT_TRUE(clickBox(tree, reports));
+    EXPECT_TRUE(clickBox(tree, calendar));
+    click(GetDlgItem(sheet, IDOK));
+    return true;
+  });
+  runSheet(driver);
+  const PreferenceValues values = saved();
+  EXPECT_EQ(values.email.folders, std::vector<OutlookFolder>({identity("reports")}));
+  EXPECT_TRUE(values.calendar.folders.empty());
+  EXPECT_TRUE(values.contacts.folders.empty());
+  EXPECT_TRUE(values.tasks.folders.empty());
+}
+
+TEST_F(PrefsSheetTest, OkWhileTheFoldersAreStillLoadingKeepsTheLists) {
+  // Where the load thread first asks for a folder's subfolders, counted
+  // from the page's start (which looks up the default store first).
+  store::ScopedFaults faults;
+  faults->recordCalls();
+  {
+    FolderTree dry;
+    ASSERT_EQ(dry.findDefaultStore(session_.get()), S_OK);
+    dry.buildFolderList(session_.get());
+  }
+  const std::vector<std::string> calls = faults->recordedCalls();
+  const auto first = std::find(calls.begin(), calls.end(), "IMAPIFolder::GetHierarchyTable");
+  ASSERT_NE(first, calls.end());
+  faults->clear();
+  // The load waits there until OK has been clicked.
+  std::mutex lock;
+  std::condition_variable changed;
+  bool okClicked = false;
+  faults->atCall(unsigned(first - calls.begin()) + 1, [&] {
+    std::unique_lock<std::mutex> guard(lock);
+    changed.wait_for(guard, std::chrono::seconds(20), [&] { return okClicked; });
+  });
+
+  SheetDriver driver;
+  driver.add("open folders", [](HWND sheet) {
+    PropSheet_SetCurSel(sheet, nullptr, 2);
+    return true;
+  });
+  driver.add("ok while loading", [&](HWND sheet) {
+    HWND tree = GetDlgItem(page(sheet), IDC_FOLDERS_TREE);
+    EXPECT_EQ(TreeView_GetCount(tree), 1u) << "the loading item alone";
+    click(GetDlgItem(sheet, IDOK));
+    {
+      std::lock_guard<std::mutex> guard(lock);
+      okClicked = true;
+    }
+    changed.notify_all();
+    return true;
+  });
+  runSheet(driver);
+  const PreferenceValues values = saved();
+  EXPECT_EQ(values.calendar.folders, std::vector<OutlookFolder>({identity("calendar")}));
+  EXPECT_TRUE(values.email.folders.empty());
+}
+
+TEST_F(PrefsSheetTest, HelpOpensTheLanguagesFileOwnedByTheSheet) {
+  const std::u16string folder = getDllPath() + u"Help";
+  const std::u16string file = folder + u"\\HELP_ENU.chm";
+  const bool made = !fileExists(file);
+  if (made) {
+    CreateDirectoryW(wide(folder), nullptr);
+    HANDLE h = CreateFileW(wide(file), GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr);
+    ASSERT_NE(h, INVALID_HANDLE_VALUE);
+    CloseHandle(h);
+  }
+  std::vector<std::pair<HWND, std::u16string>> opened;
+  PIMPrefsSheet::setHelpOpener([&opened](HWND owner, const std::u16string& path) {
+    opened.push_back({owner, path});
+  });
+  HWND shown = nullptr;
+  SheetDriver driver;
+  driver.add("help", [&shown](HWND sheet) {
+    shown = sheet;
+    EXPECT_TRUE(IsWindowEnabled(GetDlgItem(sheet, IDHELP)));
+    click(GetDlgItem(sheet, IDHELP));
+    return true;
+  });
+  driver.add("cancel", [&opened](HWND sheet) {
+    if (opened.empty()) return false;
+    click(GetDlgItem(sheet, IDCANCEL));
+    return true;
+  });
+  runSheet(driver);
+  if (made) DeleteFileW(wide(file));
+  ASSERT_EQ(opened.size(), 1u);
+  EXPECT_EQ(opened[0].first, shown);
+  EXPECT_EQ(toUtf8(opened[0].second), toUtf8(findHelpFile()));
+  EXPECT_FALSE(opened[0].second.empty());
+}
+
+struct Layout {
+  RECT ok, cancel, help, client;
+  RECT screenOk, screenHelp;
+  bool mirrored;
+  std::vector<std::u16string> texts;  // OK, Cancel, Help, then the tabs
+};
+
+Layout layoutOf(HWND sheet) {
+  Layout out = {};
+  GetClientRect(sheet, &out.client);
+  const std::pair<int, RECT*> buttons[] = {
+      {IDOK, &out.ok}, {IDCANCEL, &out.cancel}, {IDHELP, &out.help}};
+  for (const auto& [id, rect] : buttons) {
+    GetWindowRect(GetDlgItem(sheet, id), rect);
+    MapWindowPoints(HWND_DESKTOP, sheet, reinterpret_cast<POINT*>(rect), 2);
+    out.texts.push_back(windowText(GetDlgItem(sheet, id)));
+  }
+  GetWindowRect(GetDlgItem(sheet, IDOK), &out.screenOk);
+  GetWindowRect(GetDlgItem(sheet, IDHELP), &out.screenHelp);
+  out.mirrored = (GetWindowLongW(sheet, GWL_EXSTYLE) & WS_EX_LAYOUTRTL) != 0;
+  HWND tabs = PropSheet_GetTabControl(sheet);
+  for (int i = 0; i < TabCtrl_GetItemCount(tabs); ++i) {
+    wchar_t buffer[64] = {};
+    TCITEMW tab = {};
+    tab.mask = TCIF_TEXT;
+    tab.pszText = buffer;
+    tab.cchTextMax = 64;
+    TabCtrl_GetItem(tabs, i, &tab);
+    out.texts.push_back(reinterpret_cast<const char16_t*>(buffer));
+  }
+  return out;
+}
+
+TEST_F(PrefsSheetTest, HelpAloneOnOneSideOkAndCancelOnTheOther) {
+  for (const bool rightToLeft : {false, true}) {
+    testing::useLanguageText(languageText(rightToLeft));
+    Layout layout = {};
+    SheetDriver driver;
+    driver.add("measure", [&layout](HWND sheet) {
+      layout = layoutOf(sheet);
+      click(GetDlgItem(sheet, IDCANCEL));
+      return true;
+    });
+    runSheet(driver);
+    SCOPED_TRACE(rightToLeft ? "right to left" : "left to right");
+    EXPECT_EQ(layout.mirrored, rightToLeft);
+    EXPECT_EQ(layout.texts, std::vector<std::u16string>({u"Okay", u"Drop", u"Assist",
+                                                         u"Capture \u05D0", u"Data", u"Folders"}));
+    // In the sheet's own coordinates (mirrored ones when mirrored): Help
+    // as far from the leading edge as Cancel, now where Help was, is from
+    // the trailing one; OK before Cancel; all on one line.
+    EXPECT_EQ(layout.help.left - layout.client.left, layout.client.right - layout.cancel.right);
+    EXPECT_LT(layout.help.right, layout.ok.left);
+    EXPECT_LE(layout.ok.right, layout.cancel.left);
+    EXPECT_EQ(layout.help.top, layout.cancel.top);
+    EXPECT_EQ(layout.ok.top, layout.cancel.top);
+    EXPECT_EQ(layout.help.right - layout.help.left, layout.cancel.right - layout.cancel.left);
+    // On the screen Help is at the left for a left-to-right language and at
+    // the right for the other.
+    if (rightToLeft)
+      EXPECT_GT(layout.screenHelp.left, layout.screenOk.right);
+    else
+      EXPECT_LT(layout.screenHelp.right, layout.screenOk.left);
+  }
+}
+
+}  // namespace
+}  // namespace PIM
