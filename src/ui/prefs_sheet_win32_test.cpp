@@ -47,7 +47,7 @@ std::u16string languageText(bool rightToLeft) {
          u"\r\n"
          u"CAPTURE_TAB=Capture \u05D0\r\nDATA_TAB=Data\r\nFOLDERS_TAB=Folders\r\n"
          u"PREFERENCES_OK=Okay\r\nPREFERENCES_CANCEL=Drop\r\nPREFERENCES_HELP=Assist\r\n"
-         u"ABOUT_PRODUCT_NAME=Product\r\n"
+         u"ABOUT_PRODUCT_NAME=Product\r\nABOUT_DIALOG_TITLE=About it\r\n"
          u"ERROR_BAD_CAPTURE_PREFERENCES=Corrected:\r\n"
          u"ERROR_BAD_CAPTURE_INTERVAL=interval %1..%2\r\n"
          u"ERROR_BAD_CAPTURE_DAYS_BEFORE=before %1..%2\r\n"
@@ -128,11 +128,19 @@ class SheetDriver {
     self->busy_ = true;
     HWND window = sheet();
     if (GetTickCount() - self->start_ > 20000) {
+      // Whatever is open on this thread is cancelled, the sheet found by
+      // its title or not.
       self->timedOut_ = true;
-      if (window) {
-        if (HWND box = ownedDialog(window)) PostMessageW(box, WM_COMMAND, IDOK, 0);
-        PostMessageW(window, WM_COMMAND, MAKEWPARAM(IDCANCEL, BN_CLICKED), 0);
-      }
+      EnumThreadWindows(
+          GetCurrentThreadId(),
+          [](HWND open, LPARAM) -> BOOL {
+            wchar_t name[16] = {};
+            GetClassNameW(open, name, 16);
+            if (lstrcmpW(name, L"#32770") == 0 && IsWindowVisible(open))
+              PostMessageW(open, WM_COMMAND, MAKEWPARAM(IDCANCEL, BN_CLICKED), 0);
+            return TRUE;
+          },
+          0);
     } else if (window && self->next_ < self->steps_.size() &&
                self->steps_[self->next_].step(window)) {
       ++self->next_;
@@ -222,6 +230,8 @@ class PrefsSheetTest : public store::testing::StoreTest {
     Preferences::instance().read();
     return Preferences::instance();
   }
+
+  void pressWhileLoading(int button);
 
   void runSheet(SheetDriver& driver) {
     driver.run([] { ShowPreferences(); });
@@ -373,12 +383,14 @@ TEST_F(PrefsSheetTest, FoldersTickedAfterTheLoadAreSaved) {
   EXPECT_TRUE(values.tasks.folders.empty());
 }
 
-TEST_F(PrefsSheetTest, OkWhileTheFoldersAreStillLoadingKeepsTheLists) {
-  // Where the load thread first asks for a folder's subfolders, counted
-  // from the page's start (which looks up the default store first).
+// Presses `button` while the Folders page's load waits where it first asks
+// for a folder's subfolders; the load goes on once the press is queued.
+void PrefsSheetTest::pressWhileLoading(int button) {
   store::ScopedFaults faults;
   faults->recordCalls();
   {
+    // The same calls as the page: the default store on opening, then the
+    // load.
     FolderTree dry;
     ASSERT_EQ(dry.findDefaultStore(session_.get()), S_OK);
     dry.buildFolderList(session_.get());
@@ -387,13 +399,12 @@ TEST_F(PrefsSheetTest, OkWhileTheFoldersAreStillLoadingKeepsTheLists) {
   const auto first = std::find(calls.begin(), calls.end(), "IMAPIFolder::GetHierarchyTable");
   ASSERT_NE(first, calls.end());
   faults->clear();
-  // The load waits there until OK has been clicked.
   std::mutex lock;
   std::condition_variable changed;
-  bool okClicked = false;
+  bool pressed = false;
   faults->atCall(unsigned(first - calls.begin()) + 1, [&] {
     std::unique_lock<std::mutex> guard(lock);
-    changed.wait_for(guard, std::chrono::seconds(20), [&] { return okClicked; });
+    changed.wait_for(guard, std::chrono::seconds(20), [&] { return pressed; });
   });
 
   SheetDriver driver;
@@ -401,21 +412,53 @@ TEST_F(PrefsSheetTest, OkWhileTheFoldersAreStillLoadingKeepsTheLists) {
     PropSheet_SetCurSel(sheet, nullptr, 2);
     return true;
   });
-  driver.add("ok while loading", [&](HWND sheet) {
+  driver.add("press while loading", [&](HWND sheet) {
     HWND tree = GetDlgItem(page(sheet), IDC_FOLDERS_TREE);
     EXPECT_EQ(TreeView_GetCount(tree), 1u) << "the loading item alone";
-    click(GetDlgItem(sheet, IDOK));
+    click(GetDlgItem(sheet, button));
     {
       std::lock_guard<std::mutex> guard(lock);
-      okClicked = true;
+      pressed = true;
     }
     changed.notify_all();
     return true;
   });
   runSheet(driver);
+}
+
+TEST_F(PrefsSheetTest, OkWhileTheFoldersAreStillLoadingKeepsTheLists) {
+  pressWhileLoading(IDOK);
   const PreferenceValues values = saved();
   EXPECT_EQ(values.calendar.folders, std::vector<OutlookFolder>({identity("calendar")}));
   EXPECT_TRUE(values.email.folders.empty());
+}
+
+TEST_F(PrefsSheetTest, CancelWhileTheFoldersAreStillLoadingWritesNothing) {
+  pressWhileLoading(IDCANCEL);
+  EXPECT_EQ(keys_.store().text(), testing::MemoryKeyStore().text());
+}
+
+TEST_F(PrefsSheetTest, AboutOpensOverTheSheet) {
+  std::u16string title;
+  SheetDriver driver;
+  driver.add("about", [](HWND sheet) {
+    click(GetDlgItem(page(sheet), IDC_CAPTURE_ABOUT));
+    return true;
+  });
+  driver.add("close it", [&title](HWND sheet) {
+    HWND about = SheetDriver::ownedDialog(sheet);
+    if (!about) return false;
+    title = windowText(about);
+    PostMessageW(about, WM_COMMAND, MAKEWPARAM(IDOK, BN_CLICKED), 0);
+    return true;
+  });
+  driver.add("cancel", [](HWND sheet) {
+    if (SheetDriver::ownedDialog(sheet)) return false;
+    click(GetDlgItem(sheet, IDCANCEL));
+    return true;
+  });
+  runSheet(driver);
+  EXPECT_EQ(toUtf8(title), "About it");
 }
 
 TEST_F(PrefsSheetTest, HelpOpensTheLanguagesFileOwnedByTheSheet) {
