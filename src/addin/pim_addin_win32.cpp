@@ -15,6 +15,7 @@
 #include "core/resource_loader.h"
 #include "mapi/com_error.h"
 #include "prefs/preferences.h"
+#include "ui/capture_progress_win32.h"
 
 using PIM::ComPtr;
 
@@ -37,11 +38,17 @@ std::u16string text(const char16_t* key) {
   return PIM::ResourceLoader::instance()->getStringValue(key, u"");
 }
 
-// Until the progress dialog exists, a run that is still going when the
-// add-in ends is waited for the way the dialog would: the host's thread goes
-// on delivering its messages meanwhile. A user's capture shows nothing.
-void waitForRun(bool shutdownMode) {
-  if (!shutdownMode) return;
+// The capture progress dialog, modal on the host's thread: after the user's
+// Capture button, over the host's window, and while the add-in ends during
+// a run, where it closes itself once the run has ended. Should no dialog
+// come up, the end still waits for the run with the host's messages
+// flowing.
+void showCaptureProgress(bool shutdownMode) {
+  PIM_ENTRY("PIM::showCaptureProgress");
+  const INT_PTR shown =
+      PIM::CaptureProgress(shutdownMode, shutdownMode ? nullptr : GetActiveWindow()).DoModal();
+  if (shown != -1 || !shutdownMode) return;
+  PIM_LOG_ERR("Could not show the capture progress.");
   PIM::MessageLoop* loop = OutlookApp::instance()->actionWindow().loop();
   PIM::DataCapture* capture = PIM::DataCapture::instance();
   while (!capture->waitForCapture(std::chrono::milliseconds(0))) {
@@ -427,7 +434,7 @@ HRESULT PimAddin::OnStartupComplete(SAFEARRAY** /*custom*/) {
     (void)buttons->setTooltip(9001, text(u"PIM_CAPT"));
     (void)buttons->setPicture(9001, 211, 212);
     PIM::DataCapture* capture = PIM::DataCapture::instance();
-    capture->setProgressDisplay(&waitForRun);
+    capture->setProgressDisplay(&showCaptureProgress);
     capture->enableCapturing(true);
   } catch (const std::exception& e) {
     PIM_LOG_ERR("HR Error: " << PIM::hrText(E_FAIL) << ": " << e.what());
