@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "addin/outlook_app.h"
+#include "capture/data_capture.h"
 #include "core/utils.h"
 #include "prefs/preferences.h"
 #include "store/store_test_util.h"
@@ -459,6 +460,37 @@ TEST_F(PrefsSheetTest, AboutOpensOverTheSheet) {
   });
   runSheet(driver);
   EXPECT_EQ(toUtf8(title), "About it");
+}
+
+TEST_F(PrefsSheetTest, CaptureNowStartsARunAndShowsItsProgressOverTheSheet) {
+  testing::TempDir data;
+  setDataFolder(data.path());
+  Preferences::instance().calendar.folders = {};
+  Preferences::instance().tasks.folders = {identity("tasks")};
+  DataCapture* capture = DataCapture::instance();
+  std::vector<bool> shown;  // the display's shutdown flag, per showing
+  uint32_t folders = 0;
+  capture->setProgressDisplay([&](bool shutdownMode) {
+    shown.push_back(shutdownMode);
+    // What the progress dialog does: stays until the run has ended.
+    EXPECT_TRUE(capture->waitForCapture(std::chrono::seconds(20)));
+    folders = capture->progress().totalFolders;
+  });
+  SheetDriver driver;
+  driver.add("capture", [](HWND sheet) {
+    click(GetDlgItem(page(sheet), IDC_CAPTURE_NOW));
+    return true;
+  });
+  driver.add("cancel", [&shown](HWND sheet) {
+    if (shown.empty()) return false;
+    click(GetDlgItem(sheet, IDCANCEL));
+    return true;
+  });
+  runSheet(driver);
+  DataCapture::freeInstance();
+  setDataFolder(u"");
+  EXPECT_EQ(shown, std::vector<bool>({false}));
+  EXPECT_EQ(folders, 1u) << "the run captured the one chosen folder";
 }
 
 TEST_F(PrefsSheetTest, HelpOpensTheLanguagesFileOwnedByTheSheet) {
