@@ -24,8 +24,11 @@ FERRANT_SCREENSHOTS="Z:${shots//\//\\}" WINEDEBUG=-all \
   wine "$build/src/ui/ferrant_ui_tests.exe" --gtest_filter='DialogLayout*' >"$shots/log" 2>&1 ||
   { cat "$shots/log"; exit 1; }
 mkdir -p "$out"
+# Debian's ImageMagick by its own name: another `convert` may come first on
+# the path.
+convert=$(command -v convert-im6.q16 || command -v convert)
 for bmp in "$shots"/*.bmp; do
-  convert "$bmp" "$out/$(basename "${bmp%.bmp}").png"
+  "$convert" "$bmp" "$out/$(basename "${bmp%.bmp}").png"
 done
 ls "$out"
 rm -rf "$shots"
