@@ -50,7 +50,7 @@ bool FolderNode::operator<(const FolderNode& other) const {
 }
 
 HRESULT FolderTree::findDefaultStore(IMAPISession* session) {
-  PIM_ENTRY("PIM::FolderPage::OnInitDialog");
+  PIM_ENTRY("PIM::FolderPage::findDefaultStore");
   ComPtr<IMsgStore> store;
   const HRESULT hr = OutlookUtils::getDefaultMsgStore(session, store);
   if (FAILED(hr)) {
