@@ -91,24 +91,9 @@ class SheetDriver {
   }
   // A message box (or other dialog) owned by `owner`.
   static HWND ownedDialog(HWND owner) {
-    struct Search {
-      HWND owner;
-      HWND found;
-    } search{owner, nullptr};
-    EnumThreadWindows(
-        GetCurrentThreadId(),
-        [](HWND window, LPARAM data) -> BOOL {
-          auto* s = reinterpret_cast<Search*>(data);
-          wchar_t name[16] = {};
-          GetClassNameW(window, name, 16);
-          if (window != s->owner && lstrcmpW(name, L"#32770") == 0 &&
-              GetWindow(window, GW_OWNER) == s->owner && IsWindowVisible(window)) {
-            s->found = window;
-            return FALSE;
-          }
-          return TRUE;
-        },
-        reinterpret_cast<LPARAM>(&search));
+    Search search{owner, nullptr};
+    EnumThreadWindows(GetCurrentThreadId(), &SheetDriver::findOwned,
+                      reinterpret_cast<LPARAM>(&search));
     return search.found;
   }
 
@@ -117,6 +102,32 @@ class SheetDriver {
     const char* name;
     Step step;
   };
+
+  struct Search {
+    HWND owner;
+    HWND found;
+  };
+  // Window enumeration callbacks: the system's calling convention, which
+  // a lambda does not have on 32-bit Windows.
+  static BOOL CALLBACK findOwned(HWND window, LPARAM data) {
+    auto* s = reinterpret_cast<Search*>(data);
+    if (window != s->owner && isDialog(window) && GetWindow(window, GW_OWNER) == s->owner &&
+        IsWindowVisible(window)) {
+      s->found = window;
+      return FALSE;
+    }
+    return TRUE;
+  }
+  static BOOL CALLBACK cancelOpen(HWND window, LPARAM) {
+    if (isDialog(window) && IsWindowVisible(window))
+      PostMessageW(window, WM_COMMAND, MAKEWPARAM(IDCANCEL, BN_CLICKED), 0);
+    return TRUE;
+  }
+  static bool isDialog(HWND window) {
+    wchar_t name[16] = {};
+    GetClassNameW(window, name, 16);
+    return lstrcmpW(name, L"#32770") == 0;
+  }
 
   static SheetDriver*& current() {
     static thread_local SheetDriver* driver = nullptr;
@@ -132,16 +143,7 @@ class SheetDriver {
       // Whatever is open on this thread is cancelled, the sheet found by
       // its title or not.
       self->timedOut_ = true;
-      EnumThreadWindows(
-          GetCurrentThreadId(),
-          [](HWND open, LPARAM) -> BOOL {
-            wchar_t name[16] = {};
-            GetClassNameW(open, name, 16);
-            if (lstrcmpW(name, L"#32770") == 0 && IsWindowVisible(open))
-              PostMessageW(open, WM_COMMAND, MAKEWPARAM(IDCANCEL, BN_CLICKED), 0);
-            return TRUE;
-          },
-          0);
+      EnumThreadWindows(GetCurrentThreadId(), &SheetDriver::cancelOpen, 0);
     } else if (window && self->next_ < self->steps_.size() &&
                self->steps_[self->next_].step(window)) {
       ++self->next_;
