@@ -360,6 +360,29 @@ TEST_F(PrefsSheetTest, RadioButtonsEnableTheIntervalAndCancelSavesNothing) {
   EXPECT_EQ(keys_.store().text(), testing::MemoryKeyStore().text()) << "nothing written";
 }
 
+TEST_F(PrefsSheetTest, OkWithNoModeChosenKeepsTheSheetOpenWithoutAWord) {
+  SheetDriver driver;
+  int ticksAfterOk = 0;
+  driver.add("clear the mode, ok", [](HWND sheet) {
+    for (int id : {IDC_CAPTURE_AUTOMATIC, IDC_CAPTURE_STARTUP, IDC_CAPTURE_MANUALLY})
+      CheckDlgButton(page(sheet), id, BST_UNCHECKED);
+    click(GetDlgItem(sheet, IDOK));
+    return true;
+  });
+  // The click has been handled once a few ticks have passed over an empty
+  // queue: still open, and no message box.
+  driver.add("still open", [&ticksAfterOk](HWND sheet) {
+    EXPECT_EQ(SheetDriver::ownedDialog(sheet), nullptr);
+    return ++ticksAfterOk == 3;
+  });
+  driver.add("cancel", [](HWND sheet) {
+    click(GetDlgItem(sheet, IDCANCEL));
+    return true;
+  });
+  runSheet(driver);
+  EXPECT_EQ(keys_.store().text(), testing::MemoryKeyStore().text()) << "nothing written";
+}
+
 TEST_F(PrefsSheetTest, FoldersTickedAfterTheLoadAreSaved) {
   SheetDriver driver;
   driver.add("open folders", [](HWND sheet) {
