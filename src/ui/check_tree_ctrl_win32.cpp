@@ -21,6 +21,8 @@ constexpr wchar_t kTakenProperty[] = L"Ferrant.CheckTreeCtrl";
 }  // namespace
 
 CheckTreeCtrl::~CheckTreeCtrl() {
+  // A tree that outlives its control must not draw from the freed pictures.
+  if (tree_) TreeView_SetImageList(tree_, nullptr, TVSIL_STATE);
   detach();
   if (stateImages_) ImageList_Destroy(stateImages_);
 }

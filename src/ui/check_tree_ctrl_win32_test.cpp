@@ -348,5 +348,27 @@ TEST_F(CheckTreeCtrlTest, LetsGoWhenTheTreeIsDestroyed) {
   EXPECT_NE(TreeView_GetImageList(again, TVSIL_STATE), nullptr);
 }
 
+TEST_F(CheckTreeCtrlTest, ATreeThatOutlivesItsControlIsItsOwnAgain) {
+  HWND tree = CreateWindowExW(0, WC_TREEVIEWW, L"", WS_CHILD | WS_VISIBLE, 0, 0, 100, 100, parent_,
+                              nullptr, GetModuleHandleW(nullptr), nullptr);
+  ASSERT_NE(tree, nullptr);
+  std::vector<UINT> passedOn;
+  SetWindowSubclass(tree, &record, 1, reinterpret_cast<DWORD_PTR>(&passedOn));
+  HTREEITEM item = nullptr;
+  {
+    CheckTreeCtrl shortLived;
+    ASSERT_TRUE(shortLived.attach(tree));
+    item = shortLived.insertItem(u"FIELD", 1);
+    TreeView_SelectItem(tree, item);
+  }
+  // No pictures left that went with the control, and keys reach the tree.
+  EXPECT_EQ(TreeView_GetImageList(tree, TVSIL_STATE), nullptr);
+  SendMessageW(tree, WM_KEYDOWN, VK_SPACE, 1);
+  EXPECT_EQ(passedOn, std::vector<UINT>{WM_KEYDOWN});
+  CheckTreeCtrl again;
+  EXPECT_TRUE(again.attach(tree));
+  EXPECT_EQ(again.getCheckState(item), 1);
+}
+
 }  // namespace
 }  // namespace PIM
