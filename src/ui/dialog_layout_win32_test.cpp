@@ -89,38 +89,40 @@ void expectLayout(HWND window, UINT templateId, bool mirrored, bool wholeClient)
   }
 }
 
+struct Probe {
+  std::function<void(HWND)> look;
+  bool done = false;
+};
+thread_local Probe* currentProbe = nullptr;
+
+BOOL CALLBACK findShownDialog(HWND window, LPARAM found) {
+  wchar_t name[16] = {};
+  GetClassNameW(window, name, 16);
+  if (lstrcmpW(name, L"#32770") != 0 || !IsWindowVisible(window)) return TRUE;
+  *reinterpret_cast<HWND*>(found) = window;
+  return FALSE;
+}
+
+void CALLBACK probeShownDialog(HWND, UINT, UINT_PTR, DWORD) {
+  if (!currentProbe || currentProbe->done) return;
+  HWND shown = nullptr;
+  EnumThreadWindows(GetCurrentThreadId(), &findShownDialog, reinterpret_cast<LPARAM>(&shown));
+  if (!shown) return;
+  currentProbe->done = true;
+  currentProbe->look(shown);
+  PostMessageW(shown, WM_COMMAND, IDCANCEL, 0);
+}
+
 // Runs `show`, which shows a modal dialog on this thread; once the dialog
 // is up `probe` looks at it, then the dialog is cancelled.
 void whileShown(const std::function<void()>& show, const std::function<void(HWND)>& probe) {
-  struct Probe {
-    std::function<void(HWND)> look;
-    bool done = false;
-  };
-  static thread_local Probe* current = nullptr;
   Probe state{probe};
-  current = &state;
-  const UINT_PTR timer = SetTimer(nullptr, 0, 30, [](HWND, UINT, UINT_PTR, DWORD) {
-    if (!current || current->done) return;
-    HWND shown = nullptr;
-    EnumThreadWindows(
-        GetCurrentThreadId(),
-        [](HWND window, LPARAM found) {
-          wchar_t name[16] = {};
-          GetClassNameW(window, name, 16);
-          if (lstrcmpW(name, L"#32770") != 0 || !IsWindowVisible(window)) return TRUE;
-          *reinterpret_cast<HWND*>(found) = window;
-          return FALSE;
-        },
-        reinterpret_cast<LPARAM>(&shown));
-    if (!shown) return;
-    current->done = true;
-    current->look(shown);
-    PostMessageW(shown, WM_COMMAND, IDCANCEL, 0);
-  });
+  currentProbe = &state;
+  const UINT_PTR timer = SetTimer(nullptr, 0, 30, &probeShownDialog);
   testing::DialogWatchdog watchdog;
   show();
   KillTimer(nullptr, timer);
-  current = nullptr;
+  currentProbe = nullptr;
   EXPECT_TRUE(state.done) << "the dialog never showed";
   EXPECT_FALSE(watchdog.fired()) << "the dialog did not close when cancelled";
 }
