@@ -8,7 +8,7 @@ packages=(
   googletest libgtest-dev libgmock-dev libbenchmark-dev libxml2-utils xxd time
   pkg-config libpff-dev
   g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix mingw-w64-tools binutils-mingw-w64
-  wine64 wine libwine-dev xvfb
+  wine64 wine libwine-dev xvfb fonts-wine
   python3 fp-utils
   imagemagick
 )

@@ -13,6 +13,12 @@ case ${1:-} in
       wineboot -i >/dev/null 2>&1 || true
       wineserver -w || true
     fi
+    # The dialogs ask for Tahoma; Wine's own (Debian fonts-wine) is found only
+    # in the prefix's Fonts folder, and the tests measure texts with it.
+    fonts=$WINEPREFIX/drive_c/windows/Fonts
+    for f in /usr/share/wine/fonts/tahoma.ttf /usr/share/wine/fonts/tahomabd.ttf; do
+      if [ -f "$f" ] && [ -d "$fonts" ] && [ ! -e "$fonts/${f##*/}" ]; then cp "$f" "$fonts/"; fi
+    done
     wineserver -p 600
     wine cmd /c exit </dev/null >/dev/null 2>&1 || true
     # A crashing test child must not wait for someone to close Wine's crash
