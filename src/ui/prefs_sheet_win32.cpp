@@ -126,6 +126,17 @@ LRESULT CALLBACK PIMPrefsSheet::subclass(HWND window, UINT message, WPARAM wPara
       default:
         break;
     }
+  } else if (message == PSM_PRESSBUTTON) {
+    // A button pressed by message goes the way of a click: some sheets act
+    // on it without a command message.
+    const int button = wParam == PSBTN_OK       ? IDOK
+                       : wParam == PSBTN_CANCEL ? IDCANCEL
+                       : wParam == PSBTN_HELP   ? IDHELP
+                                                : 0;
+    if (button) {
+      return subclass(window, WM_COMMAND, MAKEWPARAM(button, BN_CLICKED),
+                      reinterpret_cast<LPARAM>(GetDlgItem(window, button)), 0, data);
+    }
   } else if (message == WM_SYSCOMMAND && (wParam & 0xFFF0) == SC_CLOSE) {
     self->OnCancel();
   } else if (message == WM_NCDESTROY) {

@@ -319,7 +319,8 @@ TEST_F(PrefsSheetTest, OkWithTheCapturePageAloneSavesTheWholeSet) {
     EXPECT_FALSE(enabled(sheet, IDC_CAPTURE_INTERVAL));
     EXPECT_EQ(toUtf8(windowText(GetDlgItem(page(sheet), IDC_CAPTURE_EMAILS))), "500");
     typeInto(sheet, IDC_CAPTURE_TASKS, L" 7 ");
-    click(GetDlgItem(sheet, IDOK));
+    // Pressed by message rather than clicked: the same OK.
+    PostMessageW(sheet, PSM_PRESSBUTTON, PSBTN_OK, 0);
     return true;
   });
   runSheet(driver);
