@@ -557,7 +557,11 @@ TEST_F(PrefsSheetTest, HelpOpensTheLanguagesFileOwnedByTheSheet) {
 struct Layout {
   RECT ok, cancel, help, client;
   RECT screenOk, screenHelp;
+  // On the screen: the Capture page's two buttons, and the Data page's
+  // tree and its first item's text.
+  RECT captureNow, about, dataTree, dataItem;
   bool mirrored;
+  bool applyShown;
   std::vector<std::u16string> texts;  // OK, Cancel, Help, then the tabs
 };
 
@@ -574,6 +578,8 @@ Layout layoutOf(HWND sheet) {
   GetWindowRect(GetDlgItem(sheet, IDOK), &out.screenOk);
   GetWindowRect(GetDlgItem(sheet, IDHELP), &out.screenHelp);
   out.mirrored = (GetWindowLongW(sheet, GWL_EXSTYLE) & WS_EX_LAYOUTRTL) != 0;
+  // The sheet's Apply button, hidden by the flags the sheet is made with.
+  out.applyShown = IsWindowVisible(GetDlgItem(sheet, 0x3021)) != FALSE;
   HWND tabs = PropSheet_GetTabControl(sheet);
   for (int i = 0; i < TabCtrl_GetItemCount(tabs); ++i) {
     wchar_t buffer[64] = {};
@@ -594,6 +600,13 @@ TEST_F(PrefsSheetTest, HelpAloneOnOneSideOkAndCancelOnTheOther) {
     SheetDriver driver;
     driver.add("measure", [&layout](HWND sheet) {
       layout = layoutOf(sheet);
+      GetWindowRect(GetDlgItem(page(sheet), IDC_CAPTURE_NOW), &layout.captureNow);
+      GetWindowRect(GetDlgItem(page(sheet), IDC_CAPTURE_ABOUT), &layout.about);
+      PropSheet_SetCurSel(sheet, nullptr, 1);
+      HWND tree = GetDlgItem(page(sheet), IDC_DATA_TREE);
+      GetWindowRect(tree, &layout.dataTree);
+      TreeView_GetItemRect(tree, TreeView_GetRoot(tree), &layout.dataItem, TRUE);
+      MapWindowPoints(tree, HWND_DESKTOP, reinterpret_cast<POINT*>(&layout.dataItem), 2);
       click(GetDlgItem(sheet, IDCANCEL));
       return true;
     });
@@ -617,6 +630,14 @@ TEST_F(PrefsSheetTest, HelpAloneOnOneSideOkAndCancelOnTheOther) {
       EXPECT_GT(layout.screenHelp.left, layout.screenOk.right);
     else
       EXPECT_LT(layout.screenHelp.right, layout.screenOk.left);
+    EXPECT_FALSE(layout.applyShown);
+    // The pages mirror with the sheet: the first one was there when the
+    // sheet was mirrored, the others are made inside the mirrored sheet and
+    // their trees grow from the leading side.
+    EXPECT_EQ(layout.captureNow.left < layout.about.left, !rightToLeft);
+    const LONG fromLeft = layout.dataItem.left - layout.dataTree.left;
+    const LONG fromRight = layout.dataTree.right - layout.dataItem.right;
+    EXPECT_EQ(fromLeft < fromRight, !rightToLeft) << fromLeft << " " << fromRight;
   }
 }
 
