@@ -10,7 +10,7 @@ packages=(
   g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix mingw-w64-tools binutils-mingw-w64
   wine64 wine libwine-dev xvfb fonts-wine
   python3 fp-utils
-  imagemagick
+  imagemagick fonts-dejavu-core
 )
 
 missing=()

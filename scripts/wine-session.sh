@@ -16,6 +16,8 @@ case ${1:-} in
     # The dialogs ask for Tahoma; Wine's own (Debian fonts-wine) is found only
     # in the prefix's Fonts folder, and the tests measure texts with it.
     fonts=$WINEPREFIX/drive_c/windows/Fonts
+    # FERRANT_WINE_KEEP_FONTS leaves a prefix's fonts as they are.
+    [ -n "${FERRANT_WINE_KEEP_FONTS:-}" ] && fonts=/nonexistent
     for f in /usr/share/wine/fonts/tahoma.ttf /usr/share/wine/fonts/tahomabd.ttf; do
       if [ -f "$f" ] && [ -d "$fonts" ] && [ ! -e "$fonts/${f##*/}" ]; then cp "$f" "$fonts/"; fi
     done

@@ -11,6 +11,12 @@
 namespace PIM::testing {
 
 inline bool saveWindowPicture(HWND window, const std::wstring& path) {
+  // What is still queued (a page just switched to, its tab) first.
+  MSG msg;
+  while (PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE)) {
+    TranslateMessage(&msg);
+    DispatchMessageW(&msg);
+  }
   RedrawWindow(window, nullptr, nullptr,
                RDW_INVALIDATE | RDW_UPDATENOW | RDW_ALLCHILDREN | RDW_FRAME);
   RECT r = {};
@@ -18,8 +24,10 @@ inline bool saveWindowPicture(HWND window, const std::wstring& path) {
   const int cx = r.right - r.left;
   const int cy = r.bottom - r.top;
   if (cx <= 0 || cy <= 0) return false;
-  HDC screen = GetDC(nullptr);
-  HDC memory = CreateCompatibleDC(screen);
+  // From the window's own surface, not the screen's: the display may not
+  // have been sent the latest drawing yet.
+  HDC source = GetWindowDC(window);
+  HDC memory = CreateCompatibleDC(source);
   BITMAPINFO info = {};
   info.bmiHeader.biSize = sizeof info.bmiHeader;
   info.bmiHeader.biWidth = cx;
@@ -27,11 +35,11 @@ inline bool saveWindowPicture(HWND window, const std::wstring& path) {
   info.bmiHeader.biPlanes = 1;
   info.bmiHeader.biBitCount = 24;
   void* bits = nullptr;
-  HBITMAP bitmap = CreateDIBSection(screen, &info, DIB_RGB_COLORS, &bits, nullptr, 0);
+  HBITMAP bitmap = CreateDIBSection(source, &info, DIB_RGB_COLORS, &bits, nullptr, 0);
   bool ok = false;
   if (bitmap) {
     HGDIOBJ old = SelectObject(memory, bitmap);
-    ok = BitBlt(memory, 0, 0, cx, cy, screen, r.left, r.top, SRCCOPY) != FALSE;
+    ok = BitBlt(memory, 0, 0, cx, cy, source, 0, 0, SRCCOPY | NOMIRRORBITMAP) != FALSE;
     GdiFlush();
     SelectObject(memory, old);
   }
@@ -49,7 +57,7 @@ inline bool saveWindowPicture(HWND window, const std::wstring& path) {
   }
   if (bitmap) DeleteObject(bitmap);
   DeleteDC(memory);
-  ReleaseDC(nullptr, screen);
+  ReleaseDC(window, source);
   return ok;
 }
 
