@@ -13,8 +13,9 @@ Usage: scripts/draw-button-bitmaps.py [output folder]
 """
 import math
 import os
-import struct
 import sys
+
+from bmp_file import bmp24
 
 SIZE = 16
 WHITE = (255, 255, 255)
@@ -83,23 +84,6 @@ def mask_of(shape):
     return lambda x, y: BLACK if shape(x, y) else WHITE
 
 
-def bmp(pixel):
-    """A 24-bit bottom-up BMP file of pixel(x, y) -> (r, g, b)."""
-    row_bytes = (SIZE * 3 + 3) // 4 * 4
-    rows = []
-    for y in reversed(range(SIZE)):
-        row = bytearray()
-        for x in range(SIZE):
-            r, g, b = pixel(x, y)
-            row += bytes((b, g, r))
-        row += bytes(row_bytes - len(row))
-        rows.append(bytes(row))
-    data = b"".join(rows)
-    info = struct.pack("<IiiHHIIiiII", 40, SIZE, SIZE, 1, 24, 0, len(data), 2835, 2835, 0, 0)
-    header = struct.pack("<2sIHHI", b"BM", 14 + len(info) + len(data), 0, 0, 14 + len(info))
-    return header + info + data
-
-
 BITMAPS = {
     "configure-mask.bmp": mask_of(gear),
     "capture.bmp": capture_pixel,
@@ -114,7 +98,7 @@ def main():
     os.makedirs(out, exist_ok=True)
     for name, pixel in BITMAPS.items():
         with open(os.path.join(out, name), "wb") as f:
-            f.write(bmp(pixel))
+            f.write(bmp24(SIZE, SIZE, pixel))
 
 
 if __name__ == "__main__":

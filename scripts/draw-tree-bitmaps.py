@@ -17,8 +17,9 @@ so that a change is a change of this script, not of a binary edited by hand.
 Usage: scripts/draw-tree-bitmaps.py [output folder]
 """
 import os
-import struct
 import sys
+
+from bmp_file import bmp24, bmp4
 
 SIZE = 16
 WHITE = (255, 255, 255)
@@ -238,55 +239,17 @@ def strip(drawers):
     return width, lambda x, y: canvases[x // SIZE].px[y][x % SIZE]
 
 
-def bmp_header(width, bits, data, palette=b""):
-    info = struct.pack("<IiiHHIIiiII", 40, width, SIZE, 1, bits, 0, len(data), 2835, 2835,
-                       len(palette) // 4, 0)
-    offset = 14 + len(info) + len(palette)
-    header = struct.pack("<2sIHHI", b"BM", offset + len(data), 0, 0, offset)
-    return header + info + palette
-
-
-def bmp24(width, pixel):
-    """A 24-bit bottom-up BMP of pixel(x, y) -> (r, g, b)."""
-    row_bytes = (width * 3 + 3) // 4 * 4
-    rows = []
-    for y in reversed(range(SIZE)):
-        row = bytearray()
-        for x in range(width):
-            r, g, b = pixel(x, y)
-            row += bytes((b, g, r))
-        row += bytes(row_bytes - len(row))
-        rows.append(bytes(row))
-    data = b"".join(rows)
-    return bmp_header(width, 24, data) + data
-
-
-def bmp4(width, pixel):
-    """A 16-colour bottom-up BMP; every colour must be in the palette."""
-    row_bytes = (width // 2 + 3) // 4 * 4
-    rows = []
-    for y in reversed(range(SIZE)):
-        row = bytearray()
-        for x in range(0, width, 2):
-            row.append(VGA.index(pixel(x, y)) << 4 | VGA.index(pixel(x + 1, y)))
-        row += bytes(row_bytes - len(row))
-        rows.append(bytes(row))
-    data = b"".join(rows)
-    palette = b"".join(bytes((b, g, r, 0)) for r, g, b in VGA)
-    return bmp_header(width, 4, data, palette) + data
-
-
 def main():
     here = os.path.dirname(os.path.abspath(__file__))
     out = sys.argv[1] if len(sys.argv) > 1 else os.path.join(here, "..", "src", "ui", "res")
     os.makedirs(out, exist_ok=True)
     width, pixel = strip([state_blank, state_unchecked, state_checked, state_fixed])
     with open(os.path.join(out, "check-states.bmp"), "wb") as f:
-        f.write(bmp4(width, pixel))
+        f.write(bmp4(width, SIZE, pixel, VGA))
     width, pixel = strip([field, locked_field, calendar, contacts, email, tasks, store, loading,
                           folder])
     with open(os.path.join(out, "folder-images.bmp"), "wb") as f:
-        f.write(bmp24(width, pixel))
+        f.write(bmp24(width, SIZE, pixel))
 
 
 if __name__ == "__main__":
