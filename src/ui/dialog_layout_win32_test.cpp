@@ -44,12 +44,8 @@ RECT screenClientRect(HWND window) {
 
 DialogTemplate loadTemplate(UINT templateId) {
   DialogTemplate dialog;
-  HRSRC found = FindResourceW(uiModule(), MAKEINTRESOURCEW(templateId), MAKEINTRESOURCEW(5));
-  HGLOBAL loaded = found ? LoadResource(uiModule(), found) : nullptr;
-  const auto* bytes = static_cast<const uint8_t*>(loaded ? LockResource(loaded) : nullptr);
   std::string error;
-  EXPECT_TRUE(bytes && parseDialogTemplate(bytes, SizeofResource(uiModule(), found), dialog, error))
-      << "template " << templateId << ": " << error;
+  EXPECT_TRUE(testing::loadDialogTemplate(templateId, dialog, error)) << error;
   return dialog;
 }
 

@@ -7,6 +7,7 @@
 
 #include "ui/dialog_controls.h"
 #include "ui/dialog_template.h"
+#include "ui/dialog_testing_win32.h"
 #include "ui/dialog_win32.h"
 #include "ui/ui_resources.h"
 
@@ -25,17 +26,10 @@ struct Expected {
   bool enabled;
 };
 
-bool loadTemplate(UINT id, DialogTemplate& dialog) {
-  HRSRC found = FindResourceW(uiModule(), MAKEINTRESOURCEW(id), MAKEINTRESOURCEW(5));
-  HGLOBAL loaded = found ? LoadResource(uiModule(), found) : nullptr;
-  const auto* bytes = static_cast<const uint8_t*>(loaded ? LockResource(loaded) : nullptr);
-  std::string error;
-  return bytes && parseDialogTemplate(bytes, SizeofResource(uiModule(), found), dialog, error);
-}
-
 void expectTemplate(UINT id, int16_t cx, int16_t cy, const std::vector<Expected>& controls) {
   DialogTemplate dialog;
-  ASSERT_TRUE(loadTemplate(id, dialog));
+  std::string error;
+  ASSERT_TRUE(testing::loadDialogTemplate(id, dialog, error)) << error;
   EXPECT_EQ(dialog.style & (DS_MODALFRAME | WS_POPUP | WS_CAPTION | WS_SYSMENU | WS_CHILD),
             static_cast<uint32_t>(DS_MODALFRAME | WS_POPUP | WS_CAPTION | WS_SYSMENU));
   EXPECT_EQ(dialog.cx, cx);

@@ -11,8 +11,23 @@
 #include "core/language_file_testing.h"
 #include "core/resource_loader.h"
 #include "core/unicode_file_reader.h"
+#include "ui/dialog_template.h"
+#include "ui/dialog_win32.h"
 
 namespace PIM::testing {
+
+// Dialog template `id` as this module's resources hold it; false, with the
+// reason in `error`, when it is missing or cannot be read.
+inline bool loadDialogTemplate(UINT id, DialogTemplate& dialog, std::string& error) {
+  HRSRC found = FindResourceW(uiModule(), MAKEINTRESOURCEW(id), MAKEINTRESOURCEW(5));
+  HGLOBAL loaded = found ? LoadResource(uiModule(), found) : nullptr;
+  const auto* bytes = static_cast<const uint8_t*>(loaded ? LockResource(loaded) : nullptr);
+  if (!bytes) {
+    error = "no dialog template " + std::to_string(id);
+    return false;
+  }
+  return parseDialogTemplate(bytes, SizeofResource(uiModule(), found), dialog, error);
+}
 
 // Replaces the language strings with the lines of `text` ("KEY=text", CR
 // LF between them), as if read from a language file.

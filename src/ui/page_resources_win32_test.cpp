@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "ui/dialog_template.h"
+#include "ui/dialog_testing_win32.h"
 #include "ui/dialog_win32.h"
 #include "ui/page_controls.h"
 #include "ui/ui_resources.h"
@@ -29,13 +30,9 @@ struct Expected {
 };
 
 void expectPage(UINT id, const char16_t* caption, const std::vector<Expected>& controls) {
-  HRSRC found = FindResourceW(uiModule(), MAKEINTRESOURCEW(id), MAKEINTRESOURCEW(5));
-  HGLOBAL loaded = found ? LoadResource(uiModule(), found) : nullptr;
-  const auto* bytes = static_cast<const uint8_t*>(loaded ? LockResource(loaded) : nullptr);
-  ASSERT_NE(bytes, nullptr);
   DialogTemplate page;
   std::string error;
-  ASSERT_TRUE(parseDialogTemplate(bytes, SizeofResource(uiModule(), found), page, error)) << error;
+  ASSERT_TRUE(testing::loadDialogTemplate(id, page, error)) << error;
   EXPECT_EQ(page.style & (WS_CHILD | WS_CAPTION | WS_POPUP), uint32_t(WS_CHILD | WS_CAPTION));
   EXPECT_EQ(page.cx, 269);
   EXPECT_EQ(page.cy, 218);
