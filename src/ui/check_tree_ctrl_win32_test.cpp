@@ -51,21 +51,7 @@ class CheckTreeCtrlTest : public ::testing::Test {
     return DefSubclassProc(window, message, wParam, lParam);
   }
 
-  // A point on `item`'s state icon, found by asking the tree; {-1, -1} when
-  // no point of the row is on it.
-  POINT stateIconPoint(HTREEITEM item) {
-    RECT r = {};
-    *reinterpret_cast<HTREEITEM*>(&r) = item;
-    SendMessageW(tree_, TVM_GETITEMRECT, FALSE, reinterpret_cast<LPARAM>(&r));
-    for (int x = 0; x < r.right; ++x) {
-      TVHITTESTINFO hit = {};
-      hit.pt = {x, (r.top + r.bottom) / 2};
-      if (TreeView_HitTest(tree_, &hit) == item && (hit.flags & TVHT_ONITEMSTATEICON)) {
-        return {x + 4, hit.pt.y};
-      }
-    }
-    return {-1, -1};
-  }
+  POINT stateIconPoint(HTREEITEM item) { return testing::stateIconPoint(tree_, item); }
 
   // The left of the item's text, where a state icon would end.
   POINT besideText(HTREEITEM item) {

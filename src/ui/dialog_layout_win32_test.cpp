@@ -85,42 +85,17 @@ void expectLayout(HWND window, UINT templateId, bool mirrored, bool wholeClient)
   }
 }
 
-struct Probe {
-  std::function<void(HWND)> look;
-  bool done = false;
-};
-thread_local Probe* currentProbe = nullptr;
-
-BOOL CALLBACK findShownDialog(HWND window, LPARAM found) {
-  wchar_t name[16] = {};
-  GetClassNameW(window, name, 16);
-  if (lstrcmpW(name, L"#32770") != 0 || !IsWindowVisible(window)) return TRUE;
-  *reinterpret_cast<HWND*>(found) = window;
-  return FALSE;
-}
-
-void CALLBACK probeShownDialog(HWND, UINT, UINT_PTR, DWORD) {
-  if (!currentProbe || currentProbe->done) return;
-  HWND shown = nullptr;
-  EnumThreadWindows(GetCurrentThreadId(), &findShownDialog, reinterpret_cast<LPARAM>(&shown));
-  if (!shown) return;
-  currentProbe->done = true;
-  currentProbe->look(shown);
-  PostMessageW(shown, WM_COMMAND, IDCANCEL, 0);
-}
-
 // Runs `show`, which shows a modal dialog on this thread; once the dialog
 // is up `probe` looks at it, then the dialog is cancelled.
 void whileShown(const std::function<void()>& show, const std::function<void(HWND)>& probe) {
-  Probe state{probe};
-  currentProbe = &state;
-  const UINT_PTR timer = SetTimer(nullptr, 0, 30, &probeShownDialog);
-  testing::DialogWatchdog watchdog;
-  show();
-  KillTimer(nullptr, timer);
-  currentProbe = nullptr;
-  EXPECT_TRUE(state.done) << "the dialog never showed";
-  EXPECT_FALSE(watchdog.fired()) << "the dialog did not close when cancelled";
+  testing::DialogDriver driver;
+  driver.add("look", [&](HWND dialog) {
+    probe(dialog);
+    PostMessageW(dialog, WM_COMMAND, IDCANCEL, 0);
+    return true;
+  });
+  driver.run(show);
+  EXPECT_TRUE(driver.done()) << "stuck at: " << driver.stuckAt();
 }
 
 class DialogLayoutTest : public ::testing::TestWithParam<const char*> {

@@ -57,105 +57,10 @@ std::u16string languageText(bool rightToLeft) {
          u"ERROR_BAD_EMAIL_CAPTURE=e-mails %1..%2\r\n";
 }
 
-// Steps run one per timer tick on the sheet's thread while the sheet (and
-// any message box over it) runs its own loop. A step answers false to be
-// tried again on the next tick. A run that has not done every step after
-// some seconds fails, and its windows are closed so that the test ends.
-class SheetDriver {
+// The driver of the sheet found by its title.
+class SheetDriver : public testing::DialogDriver {
  public:
-  using Step = std::function<bool(HWND sheet)>;
-
-  void add(const char* name, Step step) { steps_.push_back({name, std::move(step)}); }
-
-  // Runs `show` (which opens the sheet modally) with the steps ticking.
-  void run(const std::function<void()>& show) {
-    current() = this;
-    start_ = GetTickCount();
-    const UINT_PTR timer = SetTimer(nullptr, 0, 15, &SheetDriver::tick);
-    show();
-    KillTimer(nullptr, timer);
-    current() = nullptr;
-  }
-
-  bool done() const { return next_ == steps_.size() && !timedOut_; }
-  std::string stuckAt() const {
-    return next_ < steps_.size() ? steps_[next_].name : (timedOut_ ? "timed out" : "");
-  }
-
-  // The sheet of this thread, or null.
-  static HWND sheet() {
-    HWND found = FindWindowW(L"#32770", wide(kTitle));
-    DWORD process = 0;
-    if (found && GetWindowThreadProcessId(found, &process) != GetCurrentThreadId()) return nullptr;
-    return found;
-  }
-  // A message box (or other dialog) owned by `owner`.
-  static HWND ownedDialog(HWND owner) {
-    Search search{owner, nullptr};
-    EnumThreadWindows(GetCurrentThreadId(), &SheetDriver::findOwned,
-                      reinterpret_cast<LPARAM>(&search));
-    return search.found;
-  }
-
- private:
-  struct Named {
-    const char* name;
-    Step step;
-  };
-
-  struct Search {
-    HWND owner;
-    HWND found;
-  };
-  // Window enumeration callbacks: the system's calling convention, which
-  // a lambda does not have on 32-bit Windows.
-  static BOOL CALLBACK findOwned(HWND window, LPARAM data) {
-    auto* s = reinterpret_cast<Search*>(data);
-    if (window != s->owner && isDialog(window) && GetWindow(window, GW_OWNER) == s->owner &&
-        IsWindowVisible(window)) {
-      s->found = window;
-      return FALSE;
-    }
-    return TRUE;
-  }
-  static BOOL CALLBACK cancelOpen(HWND window, LPARAM) {
-    if (isDialog(window) && IsWindowVisible(window))
-      PostMessageW(window, WM_COMMAND, MAKEWPARAM(IDCANCEL, BN_CLICKED), 0);
-    return TRUE;
-  }
-  static bool isDialog(HWND window) {
-    wchar_t name[16] = {};
-    GetClassNameW(window, name, 16);
-    return lstrcmpW(name, L"#32770") == 0;
-  }
-
-  static SheetDriver*& current() {
-    static thread_local SheetDriver* driver = nullptr;
-    return driver;
-  }
-
-  static void CALLBACK tick(HWND, UINT, UINT_PTR, DWORD) {
-    SheetDriver* self = current();
-    if (!self || self->busy_) return;
-    self->busy_ = true;
-    HWND window = sheet();
-    if (GetTickCount() - self->start_ > 20000) {
-      // Whatever is open on this thread is cancelled, the sheet found by
-      // its title or not.
-      self->timedOut_ = true;
-      EnumThreadWindows(GetCurrentThreadId(), &SheetDriver::cancelOpen, 0);
-    } else if (window && self->next_ < self->steps_.size() &&
-               self->steps_[self->next_].step(window)) {
-      ++self->next_;
-    }
-    self->busy_ = false;
-  }
-
-  std::vector<Named> steps_;
-  size_t next_ = 0;
-  DWORD start_ = 0;
-  bool busy_ = false;
-  bool timedOut_ = false;
+  SheetDriver() : DialogDriver(reinterpret_cast<const wchar_t*>(kTitle)) {}
 };
 
 HWND page(HWND sheet) { return PropSheet_GetCurrentPageHwnd(sheet); }
@@ -188,19 +93,12 @@ int checkState(HWND tree, HTREEITEM item) {
 // A mouse click on the item's check box, found by the tree's own hit test.
 bool clickBox(HWND tree, HTREEITEM item) {
   TreeView_EnsureVisible(tree, item);
-  RECT text = {};
-  if (!TreeView_GetItemRect(tree, item, &text, TRUE)) return false;
-  for (LONG x = text.left - 1; x >= 0; --x) {
-    TVHITTESTINFO hit = {};
-    hit.pt = {x, (text.top + text.bottom) / 2};
-    if (TreeView_HitTest(tree, &hit) == item && (hit.flags & TVHT_ONITEMSTATEICON)) {
-      const LPARAM at = MAKELPARAM(hit.pt.x, hit.pt.y);
-      SendMessageW(tree, WM_LBUTTONDOWN, MK_LBUTTON, at);
-      SendMessageW(tree, WM_LBUTTONUP, 0, at);
-      return true;
-    }
-  }
-  return false;
+  const POINT box = testing::stateIconPoint(tree, item);
+  if (box.x < 0) return false;
+  const LPARAM at = MAKELPARAM(box.x, box.y);
+  SendMessageW(tree, WM_LBUTTONDOWN, MK_LBUTTON, at);
+  SendMessageW(tree, WM_LBUTTONUP, 0, at);
+  return true;
 }
 
 class PrefsSheetTest : public store::testing::StoreTest {
