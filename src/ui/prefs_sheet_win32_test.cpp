@@ -17,6 +17,7 @@
 #include "capture/data_capture.h"
 #include "core/utils.h"
 #include "prefs/preferences.h"
+#include "prefs/preferences_listener.h"
 #include "store/store_test_util.h"
 #include "testing/memory_key_store.h"
 #include "testing/test_support.h"
@@ -139,6 +140,13 @@ class PrefsSheetTest : public store::testing::StoreTest {
     EXPECT_TRUE(driver.done()) << "stuck at: " << driver.stuckAt();
   }
 
+  // Counts the times the settings' listeners were told of a change, as the
+  // capture controller is.
+  struct Told : IPreferencesListener {
+    void onPreferencesChanged() override { ++times; }
+    int times = 0;
+  };
+
   testing::MemoryKeyStoreEnv keys_;
 };
 
@@ -211,6 +219,8 @@ TEST_F(PrefsSheetTest, BadValuesAreListedInOneMessageCorrectedAndOnlyTheNextOkSa
 TEST_F(PrefsSheetTest, OkWithTheCapturePageAloneSavesTheWholeSet) {
   Preferences::instance().captureMode = CaptureAtStartup;
   Preferences::instance().contacts.captureHomeFax = false;
+  Told told;
+  Preferences::instance().addListener(&told);
   SheetDriver driver;
   driver.add("mode shown", [](HWND sheet) {
     EXPECT_EQ(IsDlgButtonChecked(page(sheet), IDC_CAPTURE_STARTUP), UINT(BST_CHECKED));
@@ -222,6 +232,8 @@ TEST_F(PrefsSheetTest, OkWithTheCapturePageAloneSavesTheWholeSet) {
     return true;
   });
   runSheet(driver);
+  Preferences::instance().removeListener(&told);
+  EXPECT_EQ(told.times, 1);
   const PreferenceValues values = saved();
   EXPECT_EQ(values.captureMode.get(), uint32_t(CaptureAtStartup));
   EXPECT_EQ(values.tasks.maxTaskCapture.get(), 7u);
@@ -255,7 +267,11 @@ TEST_F(PrefsSheetTest, RadioButtonsEnableTheIntervalAndCancelSavesNothing) {
     click(GetDlgItem(sheet, IDCANCEL));
     return true;
   });
+  Told told;
+  Preferences::instance().addListener(&told);
   runSheet(driver);
+  Preferences::instance().removeListener(&told);
+  EXPECT_EQ(told.times, 0);
   EXPECT_EQ(keys_.store().text(), testing::MemoryKeyStore().text()) << "nothing written";
 }
 
