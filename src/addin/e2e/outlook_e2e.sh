@@ -418,11 +418,41 @@ scenario_shutdown_waits() {
   same_capture "$(data_dir)" "$work/reference"
 }
 
+# The Configure button opens the preferences sheet inside Outlook's loop: OK
+# saves the interval typed; one out of range is refused with a message box
+# and set to the largest allowed; Cancel then saves nothing.
+scenario_preferences() {
+  local sheet="Data Capture Preferences" key='HKCU\Software\Corvel\CVTK'
+  fresh
+  prefs 0 15
+  sim --click "Configure data capture" --timeout 60 --dialog "$sheet" --set-text 217=30 \
+    --press ok --wait-closed
+  [ "$sim_status" -eq 0 ] || fail "OK: the stand-in exited with $sim_status"
+  expect_sim "^dialog \"$sheet\" found" '^set-text id=217 where=page text="30"' \
+    '^press id=1 by=PSM_PRESSBUTTON' "^wait-closed \"$sheet\" found"
+  expect_reg "$key" captureInterval "REG_DWORD 0x1e"
+  log_in_order "Installing toolbar buttons." "OnBeginShutdown" "OnDisconnection: 0"
+  no_errors
+
+  sim --click "Configure data capture" --timeout 60 --dialog "$sheet" --set-text 217=500 \
+    --press ok --dialog Ferrant --print-texts --press ok --wait-closed \
+    --dialog "$sheet" --print-texts --select-page 2 --print-texts --press cancel --wait-closed
+  [ "$sim_status" -eq 0 ] || fail "clamping: the stand-in exited with $sim_status"
+  expect_sim '^dialog "Ferrant" found' '^texts title="Ferrant" page=0' \
+    '^text where=dialog id=[0-9-]+ class=Static text="[^"]*The capture interval must be between 1 and 120 minutes' \
+    '^texts title="Data Capture Preferences" page=1' \
+    '^text where=page id=217 class=Edit text="120"' '^select-page 2' \
+    '^texts title="Data Capture Preferences" page=2' '^press id=2 by=PSM_PRESSBUTTON'
+  # Neither the refused OK nor Cancel wrote anything.
+  expect_reg "$key" captureInterval "REG_DWORD 0x1e"
+  no_errors
+}
+
 case $scenario in
   setup) setup_prefix ;;
   cleanup) wineserver -k 2>/dev/null || true ;;
   registration | capture_click | connect_after_startup | reload_one_folder | failures | \
-    language | shutdown_waits)
+    language | shutdown_waits | preferences)
     "scenario_$scenario"
     if ((failures)); then
       echo "--- log"

@@ -10,6 +10,8 @@
 //   button bar="Standard" index=1 caption="..." faceid=4 style=1 visible=-1 temporary=1
 //          tooltip="..." description="..." picture=16x16 mask=16x16 number=1 sinks=1
 //   click caption="..." number=1 sinks=1 hr=0x00000000 ms=0.05
+//   dialog "Data Capture Preferences" found ms=60
+//   texts title="..." page=1      (then one "text where=dialog|page id=.. class=.. text=".."")
 //   call OnBeginShutdown hr=0x00000000 ms=12.30
 //   DllCanUnloadNow hr=0x00000000
 //   loop max_blocked_ms=.. messages=..
@@ -35,7 +37,10 @@ constexpr char kUsage[] =
     "         [--addin PROGID] [--expect-connect-fail] [--dispatch] [--script FILE]\n"
     "         [--log FILE] [--timeout S] commands...\n"
     "commands, run in order: --pump MS  --click CAPTION|#N  --wait-log TEXT\n"
-    "                        --wait-file PATH  --shutdown\n";
+    "                        --wait-file PATH  --shutdown\n"
+    "on a dialog of the stand-in's thread: --dialog TITLE|#N  --set-text ID=TEXT\n"
+    "                        --press ID|ok|cancel|help  --select-page N  --print-texts\n"
+    "                        --wait-closed\n";
 
 bool readScript(const std::string& path, std::string& text) {
   std::ifstream in(std::filesystem::path(OfficeModel::fromUtf8(path)), std::ios::binary);

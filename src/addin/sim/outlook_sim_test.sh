@@ -187,6 +187,46 @@ usage)
   lacks "unknown button" '^pump'
   ;;
 
+dialogs)
+  # A message box the probe shows from a loop message: the commands go on in
+  # its modal loop, read it and close it with the button pressed.
+  FERRANT_PROBE_MESSAGE_BOX="Keep going?" sim --no-mapi --log "$log" --timeout 20 --click Probe \
+    --dialog Probe --print-texts --press cancel --wait-closed --wait-log "message box 2"
+  expect_status 0 "message box"
+  has_lines "message box" 'dialog "Probe" found' 'texts title="Probe" page=0' \
+    'text where=dialog id=1 class=Button text="OK"' 'text where=dialog id=2 class=Button text="Cancel"' \
+    'press id=2 by=WM_COMMAND' 'wait-closed "Probe" found' 'wait-log "message box 2" found'
+  grep -qE '^text where=dialog id=-?[0-9]+ class=Static text="Keep going\?"$' "$work/out.txt" ||
+    fail "message box: its text was not printed"
+  FERRANT_PROBE_MESSAGE_BOX="Keep going?" sim --no-mapi --log "$log" --timeout 20 --click Probe \
+    --dialog "#1" --press ok --wait-closed --wait-log "message box 1"
+  expect_status 0 "first dialog"
+  has_lines "first dialog" 'dialog "Probe" found' 'press id=1 by=WM_COMMAND'
+
+  # A failure inside the modal loop closes the box, so the stand-in gets back
+  # to shut down and report it.
+  FERRANT_PROBE_MESSAGE_BOX="Keep going?" sim --no-mapi --log "$log" --timeout 0.3 --click Probe \
+    --dialog Nobody --pump 1
+  expect_status 1 "a dialog never shown"
+  has_lines "a dialog never shown" 'error dialog "Nobody" timed out after 0.3 s' \
+    "call OnDisconnection mode=0 hr=0x00000000"
+  lacks "a dialog never shown" '^pump'
+  grep -qx "message box 2" <(tr -d '\r' <"$work/probe.log") ||
+    fail "a dialog never shown: the message box was not closed"
+
+  # Acting on a dialog needs one chosen, and one that is still there.
+  sim --no-mapi --press ok
+  expect_status 1 "no dialog"
+  has_lines "no dialog" "error press: no dialog (--dialog chooses one)"
+  FERRANT_PROBE_MESSAGE_BOX="Keep going?" sim --no-mapi --log "$log" --timeout 20 --click Probe \
+    --dialog Probe --press ok --wait-closed --set-text 5=x
+  expect_status 1 "dialog gone"
+  has_lines "dialog gone" 'error set-text: no dialog (--dialog chooses one)'
+  sim --no-mapi --click Probe --timeout 0.2 --wait-closed
+  expect_status 1 "nothing to wait for"
+  has_lines "nothing to wait for" "error wait-closed: no dialog (--dialog chooses one)"
+  ;;
+
 mapi)
   # Our store as the process's MAPI: Outlook's own logon works, and a
   # failing logon ends the run unless told to go on without MAPI.

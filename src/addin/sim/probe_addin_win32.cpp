@@ -87,6 +87,11 @@ LRESULT CALLBACK windowProc(HWND window, UINT message, WPARAM wParam, LPARAM lPa
                            FILE_ATTRIBUTE_NORMAL, nullptr);
     if (f != INVALID_HANDLE_VALUE) CloseHandle(f);
   }
+  // Asked for, a modal message box from the loop's message, as an add-in's
+  // dialog comes; the button that closed it is logged.
+  std::wstring box = env(L"FERRANT_PROBE_MESSAGE_BOX");
+  if (!box.empty())
+    log("message box " + std::to_string(MessageBoxW(nullptr, box.c_str(), L"Probe", MB_OKCANCEL)));
   return 0;
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdlib>
+#include <utility>
 
 namespace Sim {
 namespace {
@@ -73,8 +74,27 @@ constexpr Flag kFlags[] = {
 };
 
 // The words that take a value.
-const std::string kWithValue[] = {"mode", "bars",  "fail-item", "addin",     "log",   "timeout",
-                                  "pump", "click", "wait-log",  "wait-file", "script"};
+const std::string kWithValue[] = {"mode",    "bars",   "fail-item", "addin",    "log",
+                                  "timeout", "pump",   "click",     "wait-log", "wait-file",
+                                  "script",  "dialog", "set-text",  "press",    "select-page"};
+
+// The commands that take no argument.
+constexpr std::pair<const char*, Command::Kind> kBare[] = {
+    {"shutdown", Command::Kind::Shutdown},
+    {"print-texts", Command::Kind::PrintTexts},
+    {"wait-closed", Command::Kind::WaitClosed},
+};
+
+// A button's control ID, or the dialog manager's name for it.
+bool toButton(const std::string& text, int& id) {
+  const std::pair<const char*, int> named[] = {{"ok", 1}, {"cancel", 2}, {"help", 9}};
+  for (const auto& [name, value] : named)
+    if (text == name) {
+      id = value;
+      return true;
+    }
+  return toInt(text, id) && id >= 0 && id <= 0xFFFF;
+}
 
 class Parser {
  public:
@@ -88,8 +108,12 @@ class Parser {
       } else if (!inScript) {
         return fail("unexpected argument \"" + words[i] + "\"");
       }
-      if (word == "shutdown") {
-        options.commands.push_back(make(Command::Kind::Shutdown));
+      auto bare = std::find_if(std::begin(kBare), std::end(kBare),
+                               [&](const auto& b) { return word == b.first; });
+      if (bare != std::end(kBare)) {
+        Command c = make(bare->second);
+        c.timeoutS = timeoutS_;
+        options.commands.push_back(c);
         continue;
       }
       bool isFlag = false;
@@ -146,6 +170,30 @@ class Parser {
       if (value.empty()) return fail("--wait-file: a path");
       Command c = make(Command::Kind::WaitFile, value);
       c.timeoutS = timeoutS_;
+      options.commands.push_back(c);
+    } else if (word == "dialog") {
+      Command c = make(Command::Kind::Dialog, value);
+      if (value.empty()) return fail("--dialog: a title or #N");
+      if (value[0] == '#' && (!toInt(value.substr(1), c.number) || c.number < 1))
+        return fail("--dialog: #N counts dialogs from 1");
+      c.timeoutS = timeoutS_;
+      options.commands.push_back(c);
+    } else if (word == "set-text") {
+      size_t equals = value.find('=');
+      Command c = make(Command::Kind::SetText);
+      if (equals == std::string::npos || !toInt(value.substr(0, equals), c.number) ||
+          c.number < 0 || c.number > 0xFFFF)
+        return fail("--set-text: ID=TEXT with a control ID");
+      c.text = value.substr(equals + 1);
+      options.commands.push_back(c);
+    } else if (word == "press") {
+      Command c = make(Command::Kind::Press, value);
+      if (!toButton(value, c.number)) return fail("--press: a control ID, ok, cancel or help");
+      options.commands.push_back(c);
+    } else if (word == "select-page") {
+      Command c = make(Command::Kind::SelectPage);
+      if (!toInt(value, c.number) || c.number < 1)
+        return fail("--select-page: a page number from 1");
       options.commands.push_back(c);
     } else if (word == "script") {
       if (inScript) return fail("--script inside a script");

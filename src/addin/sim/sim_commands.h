@@ -13,8 +13,18 @@
 //   --expect-connect-fail    a failed OnConnection is the expected outcome
 //   --log FILE  --timeout S  the log and time limit of the waits that follow
 //   --script FILE            read more words from FILE (no nesting)
-// Commands (run in order after start-up):
+// Commands (run in order after start-up, from a timer of the stand-in's
+// thread, so they go on inside any modal loop the add-in enters):
 //   --pump MS  --click CAPTION|#N  --wait-log TEXT  --wait-file PATH  --shutdown
+// Dialogs of the stand-in's thread (a property sheet, a message box):
+//   --dialog TITLE|#N        wait for the dialog so captioned (or the N-th
+//                            from the front) and act on it from now on
+//   --set-text ID=TEXT       set a control's text (of the sheet's current page
+//                            when it has the control, else of the dialog)
+//   --press ID|ok|cancel|help  press a button (a sheet's own by PSM_PRESSBUTTON)
+//   --select-page N          show a property sheet's N-th page (from 1)
+//   --print-texts            print the texts of the dialog and its current page
+//   --wait-closed            wait until the dialog is gone
 #pragma once
 
 #include <functional>
@@ -33,12 +43,27 @@ struct Bar {
 };
 
 struct Command {
-  enum class Kind { Pump, Click, WaitLog, WaitFile, Shutdown };
+  enum class Kind {
+    Pump,
+    Click,
+    WaitLog,
+    WaitFile,
+    Shutdown,
+    Dialog,
+    SetText,
+    Press,
+    SelectPage,
+    PrintTexts,
+    WaitClosed
+  };
   Kind kind = Kind::Pump;
-  std::string text;        // Click's caption, WaitLog's text, WaitFile's path
-  int number = 0;          // Pump's milliseconds; Click's button number when given as #N
+  // Click's caption, WaitLog's text, WaitFile's path, Dialog's title, SetText's text
+  std::string text;
+  // Pump's milliseconds; Click's or Dialog's number when given as #N;
+  // SetText's and Press's control ID; SelectPage's page
+  int number = 0;
   std::string log;         // WaitLog: the file to watch
-  double timeoutS = 30.0;  // WaitLog, WaitFile
+  double timeoutS = 30.0;  // WaitLog, WaitFile, Dialog, WaitClosed
 };
 
 struct Options {

@@ -102,6 +102,68 @@ TEST(SimCommands, ScriptsGiveOneCommandALineWithOrWithoutDashes) {
   EXPECT_EQ(o->commands[2].kind, Command::Kind::Shutdown);
 }
 
+// Each dialog command with what it carries: the control, the text, the page,
+// and the time limit in force where it stands.
+TEST(SimCommands, DialogCommandsCarryTheirTargetAndTimeLimit) {
+  scripts["sheet.txt"] =
+      "timeout 4\n"
+      "dialog Data Capture Preferences\n"
+      "set-text 217=30 minutes\n"
+      "press ok\n";
+  std::optional<Options> o = parse({"--click",
+                                    "Configure data capture",
+                                    "--script",
+                                    "sheet.txt",
+                                    "--set-text",
+                                    "218=",
+                                    "--press",
+                                    "cancel",
+                                    "--press",
+                                    "help",
+                                    "--press",
+                                    "1001",
+                                    "--select-page",
+                                    "3",
+                                    "--print-texts",
+                                    "--timeout",
+                                    "0.5",
+                                    "--dialog",
+                                    "#2",
+                                    "--wait-closed"});
+  ASSERT_TRUE(o);
+  using K = Command::Kind;
+  struct Expected {
+    K kind;
+    std::string text;
+    int number;
+    double timeoutS;
+  };
+  const Expected expected[] = {
+      {K::Click, "Configure data capture", 0, 30.0},
+      {K::Dialog, "Data Capture Preferences", 0, 4.0},
+      {K::SetText, "30 minutes", 217, 30.0},
+      {K::Press, "ok", 1, 30.0},
+      {K::SetText, "", 218, 30.0},
+      {K::Press, "cancel", 2, 30.0},
+      {K::Press, "help", 9, 30.0},
+      {K::Press, "1001", 1001, 30.0},
+      {K::SelectPage, "", 3, 30.0},
+      {K::PrintTexts, "", 0, 4.0},
+      {K::Dialog, "#2", 2, 0.5},
+      {K::WaitClosed, "", 0, 0.5},
+  };
+  ASSERT_EQ(o->commands.size(), std::size(expected));
+  for (size_t i = 0; i < std::size(expected); ++i) {
+    const Command& c = o->commands[i];
+    EXPECT_EQ(c.kind, expected[i].kind) << i;
+    EXPECT_EQ(c.text, expected[i].text) << i;
+    EXPECT_EQ(c.number, expected[i].number) << i;
+    if (c.kind == K::Dialog || c.kind == K::WaitClosed) {
+      EXPECT_EQ(c.timeoutS, expected[i].timeoutS) << i;
+    }
+  }
+}
+
 TEST(SimCommands, UsageErrorsSayWhatIsWrong) {
   scripts["nested.txt"] = "script nested.txt\n";
   const std::pair<std::vector<std::string>, const char*> cases[] = {
@@ -118,6 +180,16 @@ TEST(SimCommands, UsageErrorsSayWhatIsWrong) {
       {{"--script", "nested.txt"}, "inside a script"},
       {{"--frobnicate"}, "unknown command"},
       {{"click"}, "unexpected argument"},
+      {{"--dialog", ""}, "--dialog"},
+      {{"--dialog", "#0"}, "#N counts dialogs"},
+      {{"--set-text", "217"}, "ID=TEXT"},
+      {{"--set-text", "=30"}, "ID=TEXT"},
+      {{"--set-text", "x=30"}, "ID=TEXT"},
+      {{"--set-text", "70000=1"}, "ID=TEXT"},
+      {{"--press", "okay"}, "--press"},
+      {{"--press", "-1"}, "--press"},
+      {{"--select-page", "0"}, "--select-page"},
+      {{"--select-page"}, "needs a value"},
   };
   for (const auto& [words, expected] : cases) {
     std::string error;

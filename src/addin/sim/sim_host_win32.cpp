@@ -1,12 +1,16 @@
 #include "addin/sim/sim_host_win32.h"
 
 #include <ole2.h>
+#include <prsht.h>
 
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
+#include <cwchar>
+#include <limits>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -212,12 +216,22 @@ class Loop {
         quits_++;
         continue;
       }
+      // The stand-in's own command timer is not the add-in's doing.
+      bool own = ownTimer_ && msg.message == WM_TIMER && !msg.hwnd && msg.wParam == ownTimer_;
+      bool outer = inOwnTimer_;
+      inOwnTimer_ = own;
       TranslateMessage(&msg);
       DispatchMessageW(&msg);
+      inOwnTimer_ = outer;
+      if (own) continue;
       maxBlockedMs_ = std::max(maxBlockedMs_, nowMs() - start);
       messages_++;
     }
   }
+  void setOwnTimer(UINT_PTR id) { ownTimer_ = id; }
+  // True while this loop (not a modal loop the add-in runs) dispatches the
+  // command timer.
+  bool inOwnTimer() const { return inOwnTimer_; }
   void report() const {
     say("loop max_blocked_ms=%.2f messages=%ld%s", maxBlockedMs_, messages_,
         quits_ ? (" quit=" + std::to_string(quits_)).c_str() : "");
@@ -227,6 +241,8 @@ class Loop {
   double maxBlockedMs_ = 0;
   long messages_ = 0;
   long quits_ = 0;
+  UINT_PTR ownTimer_ = 0;
+  bool inOwnTimer_ = false;
 };
 
 // Looks for text written to a log after a mark. Each file's mark starts where
@@ -285,6 +301,66 @@ class LogWatch {
   bool utf16_ = false;
 };
 
+// ---- dialogs of the stand-in's thread ------------------------------------------------
+
+bool isDialog(HWND window) {
+  wchar_t name[16] = {};
+  return GetClassNameW(window, name, 16) && std::wcscmp(name, L"#32770") == 0;
+}
+
+BOOL CALLBACK collectDialog(HWND window, LPARAM list) {
+  if (IsWindowVisible(window) && isDialog(window))
+    reinterpret_cast<std::vector<HWND>*>(list)->push_back(window);
+  return TRUE;
+}
+
+// The thread's visible dialogs, from the front.
+std::vector<HWND> threadDialogs() {
+  std::vector<HWND> found;
+  EnumThreadWindows(GetCurrentThreadId(), &collectDialog, reinterpret_cast<LPARAM>(&found));
+  return found;
+}
+
+std::string windowText(HWND window) {
+  int length = GetWindowTextLengthW(window);
+  std::wstring text(static_cast<size_t>(length) + 1, L'\0');
+  text.resize(static_cast<size_t>(std::max(0, GetWindowTextW(window, text.data(), length + 1))));
+  return toUtf8(text);
+}
+
+// A text on one line: line breaks, tabs, quotes and backslashes escaped.
+std::string escaped(const std::string& text) {
+  std::string out;
+  for (char c : text) {
+    switch (c) {
+      case '\r':
+        out += "\\r";
+        break;
+      case '\n':
+        out += "\\n";
+        break;
+      case '\t':
+        out += "\\t";
+        break;
+      case '"':
+        out += "\\\"";
+        break;
+      case '\\':
+        out += "\\\\";
+        break;
+      default:
+        out += c;
+    }
+  }
+  return out;
+}
+
+// A property sheet's current page; none for any other dialog.
+HWND currentPage(HWND dialog) {
+  auto page = reinterpret_cast<HWND>(SendMessageW(dialog, PSM_GETCURRENTPAGEHWND, 0, 0));
+  return page && IsChild(dialog, page) ? page : nullptr;
+}
+
 // ---- the add-ins --------------------------------------------------------------------
 
 struct Addin {
@@ -320,7 +396,18 @@ class Host {
   void dispatchCheck(Addin& addin);
   void printButtons();
   void printCalls();
-  bool runCommand(const Command& c);
+  enum class Step { Done, Waiting, Failed };
+  static void CALLBACK onTick(HWND, UINT, UINT_PTR, DWORD);
+  void runCommands();
+  void tick();
+  Step check(const Command& c);
+  bool act(const Command& c);
+  bool click(const Command& c);
+  HWND dialog(const char* command);
+  bool setText(const Command& c);
+  bool press(const Command& c);
+  bool selectPage(const Command& c);
+  bool printTexts();
   void shutdown();
   void checkUnload(Addin& addin);
   void failed(const std::string& why) {
@@ -338,7 +425,18 @@ class Host {
   bool shutDown_ = false;
   size_t callsPrinted_ = 0;
   int status_ = kExitOk;
+  // The commands' progress: the next to run, when it began, and whether a
+  // failure ended them.
+  size_t next_ = 0;
+  double stepStartMs_ = -1;
+  bool stopped_ = false;
+  HWND dialog_ = nullptr;    // the one --dialog chose
+  std::string dialogTitle_;  // its caption when chosen
+  std::set<HWND> closing_;   // dialogs closed after a failure
+  static Host* ticking_;
 };
+
+Host* Host::ticking_ = nullptr;
 
 bool Host::startMapi() {
   MAPIINIT_0 init{MAPI_INIT_VERSION, 0};
@@ -515,60 +613,243 @@ void Host::printCalls() {
     say("office %s", calls[callsPrinted_].c_str());
 }
 
-bool Host::runCommand(const Command& c) {
+// The commands run from a thread timer: its messages are dispatched by any
+// loop on this thread, also the modal one of a dialog the add-in shows, so
+// the commands can act on that dialog and go on while it is up.
+void CALLBACK Host::onTick(HWND, UINT, UINT_PTR, DWORD) {
+  if (ticking_) ticking_->tick();
+}
+
+void Host::runCommands() {
+  ticking_ = this;
+  UINT_PTR timer = SetTimer(nullptr, 0, USER_TIMER_MINIMUM, &Host::onTick);
+  loop_.setOwnTimer(timer);
+  tick();
+  loop_.until(std::numeric_limits<double>::infinity(),
+              [&] { return stopped_ || next_ >= options_.commands.size(); });
+  KillTimer(nullptr, timer);
+  loop_.setOwnTimer(0);
+  ticking_ = nullptr;
+}
+
+void Host::tick() {
+  const std::vector<Command>& commands = options_.commands;
+  while (!stopped_ && next_ < commands.size()) {
+    const Command& c = commands[next_];
+    if (stepStartMs_ < 0) stepStartMs_ = nowMs();
+    Step step = check(c);
+    if (step == Step::Waiting) return;
+    // Moved on before an action runs: a modal loop it enters runs the next
+    // commands from there.
+    ++next_;
+    stepStartMs_ = -1;
+    if (step == Step::Failed || (step == Step::Done && !act(c))) stopped_ = true;
+  }
+  // A failure inside a modal loop: the dialogs are closed so that the
+  // stand-in gets back to shut down.
+  if (stopped_ && !loop_.inOwnTimer())
+    for (HWND d : threadDialogs())
+      if (closing_.insert(d).second) PostMessageW(d, WM_CLOSE, 0, 0);
+}
+
+// The waiting commands: Waiting until their condition holds, Failed when the
+// time limit passed first. Every other command is Done at once.
+Host::Step Host::check(const Command& c) {
+  double ms = nowMs() - stepStartMs_;
+  bool found = false;
+  const char* word = "";
+  std::string what = "\"" + c.text + "\"";
   switch (c.kind) {
     case Command::Kind::Pump:
-      loop_.until(c.number, [] { return false; });
+      if (ms < c.number) return Step::Waiting;
       say("pump ms=%d", c.number);
-      return true;
+      return Step::Done;
+    case Command::Kind::WaitLog:
+      word = "wait-log";
+      found = watches_.at(c.log)->find(c.text);
+      break;
+    case Command::Kind::WaitFile:
+      word = "wait-file";
+      found = GetFileAttributesW(fromUtf8(c.text).c_str()) != INVALID_FILE_ATTRIBUTES;
+      break;
+    case Command::Kind::Dialog: {
+      word = "dialog";
+      std::vector<HWND> dialogs = threadDialogs();
+      HWND chosen = nullptr;
+      if (c.text[0] == '#') {
+        if (c.number <= static_cast<int>(dialogs.size())) chosen = dialogs[c.number - 1];
+      } else {
+        for (HWND d : dialogs)
+          if (!chosen && windowText(d) == c.text) chosen = d;
+      }
+      if (chosen) {
+        dialog_ = chosen;
+        dialogTitle_ = windowText(chosen);
+        what = "\"" + dialogTitle_ + "\"";
+        found = true;
+      }
+      break;
+    }
+    case Command::Kind::WaitClosed:
+      word = "wait-closed";
+      if (!dialog_) {
+        failed("wait-closed: no dialog (--dialog chooses one)");
+        return Step::Failed;
+      }
+      what = "\"" + dialogTitle_ + "\"";
+      found = !IsWindow(dialog_);
+      if (found) dialog_ = nullptr;
+      break;
+    default:
+      return Step::Done;
+  }
+  if (!found) {
+    if (ms < c.timeoutS * 1000.0) return Step::Waiting;
+    char limit[32];
+    std::snprintf(limit, sizeof limit, "%.1f", c.timeoutS);
+    failed(std::string(word) + " " + what + " timed out after " + limit + " s");
+    return Step::Failed;
+  }
+  printCalls();
+  say("%s %s found ms=%.0f", word, what.c_str(), ms);
+  return Step::Done;
+}
+
+bool Host::act(const Command& c) {
+  switch (c.kind) {
     case Command::Kind::Shutdown:
       shutdown();
       return true;
-    case Command::Kind::Click: {
-      std::vector<OfficeModel::ButtonInfo> buttons = office_->buttons();
-      int number = c.number;
-      if (c.text[0] != '#') {
-        auto it = std::find_if(buttons.begin(), buttons.end(),
-                               [&](const auto& b) { return b.caption == c.text; });
-        number = it == buttons.end() ? 0 : it->number;
-      }
-      if (number < 1 || number > static_cast<int>(buttons.size())) {
-        failed("click: no button " + c.text);
-        return false;
-      }
-      const auto& b = buttons[number - 1];
-      double start = nowMs();
-      HRESULT hr = office_->click(number);
-      double ms = nowMs() - start;
-      printCalls();
-      say("click caption=%s number=%d sinks=%d hr=%s ms=%.2f", quoted(b.caption).c_str(), number,
-          b.sinks, hex(hr).c_str(), ms);
-      return true;
-    }
-    case Command::Kind::WaitLog:
-    case Command::Kind::WaitFile: {
-      bool isLog = c.kind == Command::Kind::WaitLog;
-      LogWatch* watch = isLog ? watches_.at(c.log).get() : nullptr;
-      std::wstring path = fromUtf8(c.text);
-      double start = nowMs();
-      bool found = loop_.until(c.timeoutS * 1000.0, [&] {
-        return isLog ? watch->find(c.text)
-                     : GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
-      });
-      const char* word = isLog ? "wait-log" : "wait-file";
-      if (!found) {
-        char limit[32];
-        std::snprintf(limit, sizeof limit, "%.1f", c.timeoutS);
-        failed(std::string(word) + " \"" + c.text + "\" timed out after " + limit + " s");
-        return false;
-      }
-      double ms = nowMs() - start;
-      printCalls();
-      say("%s \"%s\" found ms=%.0f", word, c.text.c_str(), ms);
-      return true;
-    }
+    case Command::Kind::Click:
+      return click(c);
+    case Command::Kind::SetText:
+      return setText(c);
+    case Command::Kind::Press:
+      return press(c);
+    case Command::Kind::SelectPage:
+      return selectPage(c);
+    case Command::Kind::PrintTexts:
+      return printTexts();
+    default:
+      return true;  // the waits, done in check()
   }
-  return false;
+}
+
+bool Host::click(const Command& c) {
+  std::vector<OfficeModel::ButtonInfo> buttons = office_->buttons();
+  int number = c.number;
+  if (c.text[0] != '#') {
+    auto it = std::find_if(buttons.begin(), buttons.end(),
+                           [&](const auto& b) { return b.caption == c.text; });
+    number = it == buttons.end() ? 0 : it->number;
+  }
+  if (number < 1 || number > static_cast<int>(buttons.size())) {
+    failed("click: no button " + c.text);
+    return false;
+  }
+  const auto& b = buttons[number - 1];
+  double start = nowMs();
+  HRESULT hr = office_->click(number);
+  double ms = nowMs() - start;
+  printCalls();
+  say("click caption=%s number=%d sinks=%d hr=%s ms=%.2f", quoted(b.caption).c_str(), number,
+      b.sinks, hex(hr).c_str(), ms);
+  return true;
+}
+
+// The dialog --dialog chose, while it is there.
+HWND Host::dialog(const char* command) {
+  if (!dialog_) {
+    failed(std::string(command) + ": no dialog (--dialog chooses one)");
+    return nullptr;
+  }
+  if (!IsWindow(dialog_)) {
+    failed(std::string(command) + ": the dialog \"" + dialogTitle_ + "\" is gone");
+    dialog_ = nullptr;
+  }
+  return dialog_;
+}
+
+bool Host::setText(const Command& c) {
+  HWND d = dialog("set-text");
+  if (!d) return false;
+  HWND page = currentPage(d);
+  HWND control = page ? GetDlgItem(page, c.number) : nullptr;
+  const char* where = "page";
+  if (!control) {
+    control = GetDlgItem(d, c.number);
+    where = "dialog";
+  }
+  if (!control) {
+    failed("set-text: no control " + std::to_string(c.number));
+    return false;
+  }
+  std::wstring text = fromUtf8(c.text);
+  SendMessageW(control, WM_SETTEXT, 0, reinterpret_cast<LPARAM>(text.c_str()));
+  say("set-text id=%d where=%s text=\"%s\"", c.number, where, escaped(c.text).c_str());
+  return true;
+}
+
+// Posted, as a click is: what the press leads to (a message box, the
+// dialog's end) happens in the dialog's loop, where the next commands see it.
+bool Host::press(const Command& c) {
+  HWND d = dialog("press");
+  if (!d) return false;
+  HWND page = currentPage(d);
+  const std::pair<int, WPARAM> sheetButtons[] = {
+      {IDOK, PSBTN_OK}, {IDCANCEL, PSBTN_CANCEL}, {IDHELP, PSBTN_HELP}};
+  for (const auto& [id, button] : sheetButtons)
+    if (page && c.number == id) {
+      PostMessageW(d, PSM_PRESSBUTTON, button, 0);
+      say("press id=%d by=PSM_PRESSBUTTON", c.number);
+      return true;
+    }
+  HWND control = page ? GetDlgItem(page, c.number) : nullptr;
+  if (!control) control = GetDlgItem(d, c.number);
+  if (!control) {
+    failed("press: no control " + std::to_string(c.number));
+    return false;
+  }
+  PostMessageW(GetParent(control), WM_COMMAND, MAKEWPARAM(c.number, BN_CLICKED),
+               reinterpret_cast<LPARAM>(control));
+  say("press id=%d by=WM_COMMAND", c.number);
+  return true;
+}
+
+bool Host::selectPage(const Command& c) {
+  HWND d = dialog("select-page");
+  if (!d) return false;
+  if (!currentPage(d) || !SendMessageW(d, PSM_SETCURSEL, static_cast<WPARAM>(c.number - 1), 0)) {
+    failed("select-page: no page " + std::to_string(c.number));
+    return false;
+  }
+  say("select-page %d", c.number);
+  return true;
+}
+
+// The dialog's own controls, then its current page's, one line each.
+bool Host::printTexts() {
+  HWND d = dialog("print-texts");
+  if (!d) return false;
+  HWND page = currentPage(d);
+  int pageNumber =
+      page ? static_cast<int>(SendMessageW(d, PSM_HWNDTOINDEX, reinterpret_cast<WPARAM>(page), 0)) +
+                 1
+           : 0;
+  say("texts title=\"%s\" page=%d", escaped(windowText(d)).c_str(), pageNumber);
+  auto children = [](HWND parent, const char* where) {
+    for (HWND w = GetWindow(parent, GW_CHILD); w; w = GetWindow(w, GW_HWNDNEXT)) {
+      // A page is listed on its own; hidden controls are not the user's.
+      if (isDialog(w) || !IsWindowVisible(w)) continue;
+      wchar_t name[64] = {};
+      GetClassNameW(w, name, 64);
+      say("text where=%s id=%d class=%s text=\"%s\"", where, GetDlgCtrlID(w), toUtf8(name).c_str(),
+          escaped(windowText(w)).c_str());
+    }
+  };
+  children(d, "dialog");
+  if (page) children(page, "page");
+  return true;
 }
 
 void Host::shutdown() {
@@ -660,8 +941,7 @@ int Host::run() {
       if (options_.expectConnectFail && anyConnected) failed("OnConnection was expected to fail");
       if (!options_.expectConnectFail && anyFailed) failed("OnConnection failed");
       printButtons();
-      for (const Command& c : options_.commands)
-        if (!runCommand(c)) break;
+      runCommands();
       shutdown();
       loop_.drain();
       CoFreeUnusedLibraries();
