@@ -19,13 +19,13 @@ BOOL AboutBox::OnInitDialog() {
   const BOOL result = Dialog::OnInitDialog();
   // Mirrored first, so that no text is ever drawn the wrong way round.
   if (ResourceLoader::instance()->isRtl()) FlipRTL(hwnd());
-  setWindowText(text(u"ABOUT_DIALOG_TITLE"));
-  setItemText(IDC_ABOUT_PRODUCT, text(u"ABOUT_PRODUCT_NAME"));
-  setItemText(IDC_ABOUT_COPYRIGHT, text(u"ABOUT_COPYRIGHT"));
-  setItemText(IDC_ABOUT_VERSION_LABEL, text(u"ABOUT_VERSION"));
-  setItemText(IDC_ABOUT_BUILD_LABEL, text(u"ABOUT_BUILD"));
-  setItemText(IDC_ABOUT_DATE_LABEL, text(u"ABOUT_DATE"));
-  setItemText(IDOK, text(u"PREFERENCES_OK"));
+  setWindowString(u"ABOUT_DIALOG_TITLE");
+  setItemString(IDC_ABOUT_PRODUCT, u"ABOUT_PRODUCT_NAME");
+  setItemString(IDC_ABOUT_COPYRIGHT, u"ABOUT_COPYRIGHT");
+  setItemString(IDC_ABOUT_VERSION_LABEL, u"ABOUT_VERSION");
+  setItemString(IDC_ABOUT_BUILD_LABEL, u"ABOUT_BUILD");
+  setItemString(IDC_ABOUT_DATE_LABEL, u"ABOUT_DATE");
+  setItemString(IDOK, u"PREFERENCES_OK");
   // The build rows are filled but stay hidden, as the template made them.
   setItemText(IDC_ABOUT_VERSION, kVersion);
   setItemText(IDC_ABOUT_BUILD, u"");

@@ -44,7 +44,7 @@ CapturePage::CapturePage() : PropertyPage(IDD_CAPTURE_PAGE) {}
 
 BOOL CapturePage::OnInitDialog() {
   PIM_ENTRY("PIM::CapturePage::OnInitDialog");
-  for (const TextKey& t : kTexts) setItemText(t.id, text(t.key));
+  for (const TextKey& t : kTexts) setItemString(t.id, t.key);
   const CaptureNumbers numbers = captureNumbersOf(Preferences::instance());
   for (size_t i = 0; i < kCaptureFieldCount; ++i)
     SetDlgItemInt(hwnd(), kCaptureFields[i].editId, static_cast<UINT>(numbers[i]), TRUE);

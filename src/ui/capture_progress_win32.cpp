@@ -19,11 +19,11 @@ BOOL CaptureProgress::OnInitDialog() {
   if (ResourceLoader::instance()->isRtl()) FlipRTL(hwnd());
   SendDlgItemMessageW(hwnd(), IDC_PROGRESS_BAR, PBM_SETRANGE32, 0, 100);
   SendDlgItemMessageW(hwnd(), IDC_PROGRESS_BAR, PBM_SETPOS, 0, 0);
-  setItemText(IDC_PROGRESS_REMAINING, text(ProgressEstimate::kEstimating));
-  setItemText(IDC_PROGRESS_EXPLANATION,
-              text(shutdownMode ? u"CAPTURE_PROGRESS_SHUTDOWN" : u"CAPTURE_PROGRESS_NORMAL"));
-  setWindowText(text(u"CAPTURE_PROGRESS_DIALOG_TITLE"));
-  setItemText(IDCANCEL, text(u"CAPTURE_PROGRESS_CANCEL"));
+  setItemString(IDC_PROGRESS_REMAINING, ProgressEstimate::kEstimating);
+  setItemString(IDC_PROGRESS_EXPLANATION,
+                shutdownMode ? u"CAPTURE_PROGRESS_SHUTDOWN" : u"CAPTURE_PROGRESS_NORMAL");
+  setWindowString(u"CAPTURE_PROGRESS_DIALOG_TITLE");
+  setItemString(IDCANCEL, u"CAPTURE_PROGRESS_CANCEL");
   SetTimer(hwnd(), kTimerId, kTimerMs, nullptr);
   return result;
 }

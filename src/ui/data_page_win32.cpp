@@ -11,7 +11,7 @@ DataPage::DataPage() : PropertyPage(IDD_DATA_PAGE) {}
 
 BOOL DataPage::OnInitDialog() {
   PIM_ENTRY("PIM::DataPage::OnInitDialog");
-  setItemText(IDC_DATA_TITLE, text(u"PREFERENCES_DATA_TITLE"));
+  setItemString(IDC_DATA_TITLE, u"PREFERENCES_DATA_TITLE");
   tree_.attach(item(IDC_DATA_TREE));
   // The roots show the kinds' pictures of the folder tree.
   tree_.setImageList(images_.get());

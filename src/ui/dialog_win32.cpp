@@ -55,6 +55,18 @@ std::u16string DialogWindow::itemText(int id) const {
 
 void DialogWindow::setWindowText(const std::u16string& text) { SetWindowTextW(hwnd_, wide(text)); }
 
+void DialogWindow::setItemString(int id, const char16_t* key) {
+  const std::u16string shown = ResourceLoader::instance()->getStringValue(key, itemText(id));
+  setItemText(id, shown);
+}
+
+void DialogWindow::setWindowString(const char16_t* key) {
+  wchar_t current[512] = {};
+  GetWindowTextW(hwnd_, current, 512);
+  setWindowText(ResourceLoader::instance()->getStringValue(
+      key, std::u16string(reinterpret_cast<const char16_t*>(current))));
+}
+
 void DialogWindow::enableItem(int id, bool enable) {
   if (HWND control = item(id)) EnableWindow(control, enable ? TRUE : FALSE);
 }

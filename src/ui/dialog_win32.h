@@ -42,6 +42,12 @@ class DialogWindow {
   void enableItem(int id, bool enable);
   // The language string of `key` (empty text when the key is missing).
   static std::u16string text(const char16_t* key);
+  // The language string of `key` as the text of control `id` (of the
+  // window itself); when the language has none, the template's own text
+  // stays, so that a missing or damaged language file never leaves the
+  // dialog blank.
+  void setItemString(int id, const char16_t* key);
+  void setWindowString(const char16_t* key);
 
  protected:
   DialogWindow() = default;

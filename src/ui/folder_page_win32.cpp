@@ -18,7 +18,7 @@ FolderPage::~FolderPage() {
 
 BOOL FolderPage::OnInitDialog() {
   PIM_ENTRY("PIM::FolderPage::OnInitDialog");
-  setItemText(IDC_FOLDERS_TITLE, text(u"PREFERENCES_FOLDERS_TITLE"));
+  setItemString(IDC_FOLDERS_TITLE, u"PREFERENCES_FOLDERS_TITLE");
   tree_.attach(item(IDC_FOLDERS_TREE));
   tree_.setImageList(images_.get());
   if (FAILED(model_.findDefaultStore(OutlookApp::instance()->getMapiSession()))) return TRUE;

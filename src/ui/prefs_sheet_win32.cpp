@@ -148,9 +148,16 @@ LRESULT CALLBACK PIMPrefsSheet::subclass(HWND window, UINT message, WPARAM wPara
 BOOL PIMPrefsSheet::OnInitDialog() {
   PIM_ENTRY("PIM::PIMPrefsSheet::OnInitDialog");
   if (ResourceLoader::instance()->isRtl()) FlipRTL(hwnd_);
-  SetDlgItemTextW(hwnd_, IDOK, wide(DialogWindow::text(u"PREFERENCES_OK")));
-  SetDlgItemTextW(hwnd_, IDCANCEL, wide(DialogWindow::text(u"PREFERENCES_CANCEL")));
-  SetDlgItemTextW(hwnd_, IDHELP, wide(DialogWindow::text(u"PREFERENCES_HELP")));
+  // Without a language file the buttons keep the system's own texts.
+  const struct {
+    int id;
+    const char16_t* key;
+  } buttons[] = {
+      {IDOK, u"PREFERENCES_OK"}, {IDCANCEL, u"PREFERENCES_CANCEL"}, {IDHELP, u"PREFERENCES_HELP"}};
+  for (const auto& b : buttons) {
+    const std::u16string shown = DialogWindow::text(b.key);
+    if (!shown.empty()) SetDlgItemTextW(hwnd_, b.id, wide(shown));
+  }
   rearrangeButtons();
   translateTabs();
   return TRUE;
@@ -189,7 +196,8 @@ void PIMPrefsSheet::translateTabs() {
     if (!SendMessageW(tabs, TCM_GETITEMW, static_cast<WPARAM>(i), reinterpret_cast<LPARAM>(&tab)))
       continue;
     const std::u16string key(reinterpret_cast<const char16_t*>(tab.pszText));
-    std::u16string title = ResourceLoader::instance()->getStringValue(key, u"");
+    // A tab whose title the language lacks keeps its key: never a blank tab.
+    std::u16string title = ResourceLoader::instance()->getStringValue(key, key);
     tab.pszText = const_cast<wchar_t*>(wide(title));
     SendMessageW(tabs, TCM_SETITEMW, static_cast<WPARAM>(i), reinterpret_cast<LPARAM>(&tab));
   }
