@@ -12,6 +12,7 @@
 #include "core/utils.h"
 #include "mapi/com_error.h"
 #include "mapi/outlook_utils.h"
+#include "platform/win32/own_module.h"
 
 namespace PIM {
 
@@ -36,18 +37,6 @@ class Bitmap {
  private:
   HBITMAP handle_;
 };
-
-// The module that holds this code: the add-in DLL in Office, the test
-// program in tests. The bitmaps are its resources, not the host's.
-HMODULE ownModule() {
-  HMODULE module = nullptr;
-  if (!GetModuleHandleExW(
-          GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-          reinterpret_cast<LPCWSTR>(&ownModule), &module)) {
-    return nullptr;
-  }
-  return module;
-}
 
 // A bitmap resource by number, at its own size and colours.
 HBITMAP loadBitmap(HMODULE module, int resource) {

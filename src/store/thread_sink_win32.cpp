@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "mapi/mapi_ptr.h"
+#include "platform/win32/own_module.h"
 #include "store/notification_copy.h"
 #include "store/thread_sink.h"
 
@@ -56,16 +57,6 @@ Registry& registry() {
 }
 
 LRESULT CALLBACK windowProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
-
-// The module holding this code (the store DLL, or a test program): window
-// classes belong to the module that registers them.
-HINSTANCE ownModule() {
-  HMODULE module = nullptr;
-  GetModuleHandleExW(
-      GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-      reinterpret_cast<LPCWSTR>(&windowProc), &module);
-  return module;
-}
 
 void deliverWaiting(Mailbox& mailbox) {
   // One at a time, so that a sink that pumps messages inside OnNotify keeps

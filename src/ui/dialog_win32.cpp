@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "core/resource_loader.h"
+#include "platform/win32/own_module.h"
 
 namespace PIM {
 
@@ -28,13 +29,7 @@ void registerCommonControls() {
 
 }  // namespace
 
-HINSTANCE uiModule() {
-  HMODULE module = nullptr;
-  GetModuleHandleExW(
-      GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-      reinterpret_cast<LPCWSTR>(&uiModule), &module);
-  return module;
-}
+HINSTANCE uiModule() { return ownModule(); }
 
 HWND DialogWindow::item(int id) const { return hwnd_ ? GetDlgItem(hwnd_, id) : nullptr; }
 

@@ -3,6 +3,7 @@
 
 #include "platform/stdio_file.h"
 #include "platform/thread_local_slot.h"
+#include "platform/win32/own_module.h"
 #include "platform/win32/win32_env.h"
 
 namespace PIM {
@@ -20,14 +21,6 @@ SystemTime fromSystemTime(const SYSTEMTIME& s) {
   t.second = s.wSecond;
   t.milliseconds = s.wMilliseconds;
   return t;
-}
-
-HMODULE ownModule() {
-  HMODULE module = nullptr;
-  GetModuleHandleExW(
-      GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-      reinterpret_cast<LPCWSTR>(&ownModule), &module);
-  return module;
 }
 
 std::u16string moduleName(HMODULE module, DWORD capacity) {

@@ -9,6 +9,7 @@
 #include <mutex>
 
 #include "platform/message_loop.h"
+#include "platform/win32/own_module.h"
 
 namespace PIM {
 namespace {
@@ -25,16 +26,6 @@ std::mutex& classLock() {
 }
 
 LRESULT CALLBACK windowProc(HWND window, UINT message, WPARAM wParam, LPARAM lParam);
-
-// The module holding this code: the add-in DLL inside the host, the
-// executable in tests. Classes belong to the module that registers them.
-HINSTANCE ownModule() {
-  HMODULE module = nullptr;
-  GetModuleHandleExW(
-      GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-      reinterpret_cast<LPCWSTR>(&windowProc), &module);
-  return module;
-}
 
 class Win32MessageLoop final : public MessageLoop {
  public:
